@@ -1,0 +1,49 @@
+// Framework entities: reference-counted objects with a type description and a publisher.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "Fwk/Ptr.h"
+#include "Fwk/Publisher.h"
+#include "Fwk/TypeDescriptor.h"
+
+namespace Fwk {
+
+class Entity : public PtrInterface {
+  public:
+   static constexpr std::string_view kTypeName = "Fwk::Entity";
+
+   virtual const TypeDescriptor& typeData() const { return typeOf<Entity>(); }
+   Publisher& publisher() const noexcept { return publisher_; }
+   virtual void handleParent(const Ptr<Entity>& /*parent*/) {}
+   // The entity's one-line text form: its directory name if it has one, else its type name and
+   // address.
+   virtual std::string entityText() const;
+
+   // Publishes a change of an attribute (`key` empty) or of one member of a collection. The
+   // previous value's text is only built when someone observes.
+   void notify(std::string_view attribute, ChangeKey key = {}) const {
+      if (publisher_.hasObservers()) [[unlikely]] {
+         publisher_.publish(Change{this, attribute, key, std::nullopt});
+      }
+   }
+   template <class PreviousText>
+   void notifyWithPrevious(std::string_view attribute, ChangeKey key,
+                           const PreviousText& previous) const {
+      if (publisher_.hasObservers()) [[unlikely]] {
+         publisher_.publish(Change{this, attribute, key, std::optional<std::string>(previous())});
+      }
+   }
+
+  protected:
+   Entity() = default;
+   ~Entity() override;
+
+  private:
+   friend class Directory;
+   static constexpr std::uint8_t kNamedFlag = 1;
+   mutable Publisher publisher_;
+};
+
+}  // namespace Fwk

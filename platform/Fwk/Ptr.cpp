@@ -1,0 +1,47 @@
+#include "Fwk/Ptr.h"
+
+namespace Fwk {
+
+namespace Detail {
+bool multiThreaded = false;
+}
+
+void threadingModeIs(ThreadingMode mode) noexcept {
+   Detail::multiThreaded = mode == ThreadingMode::multiThreaded;
+}
+
+ThreadingMode threadingMode() noexcept {
+   return Detail::multiThreaded ? ThreadingMode::multiThreaded : ThreadingMode::singleThreaded;
+}
+
+void PtrInterface::refDec() const noexcept {
+   const std::uint32_t left = decrement();
+   const bool lastUser = uncountedHolder_ ? left == 1 : left == 0;
+   if (lastUser && !inLastUserGone_) {
+      const_cast<PtrInterface*>(this)->runLastUserGone();
+   } else if (left == 0 && !inLastUserGone_) {
+      delete this;
+   }
+}
+
+void PtrInterface::uncountedHolderIs(bool uncounted) noexcept {
+   if (uncounted == uncountedHolder_) {
+      return;
+   }
+   uncountedHolder_ = uncounted;
+   if (uncounted && holderCount() == 1 && !inLastUserGone_) {
+      runLastUserGone();
+   }
+}
+
+void PtrInterface::runLastUserGone() noexcept {
+   refInc();  // the guard reference
+   inLastUserGone_ = true;
+   lastUserGone();
+   inLastUserGone_ = false;
+   if (decrement() == 0) {
+      delete this;
+   }
+}
+
+}  // namespace Fwk

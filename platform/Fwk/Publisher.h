@@ -1,0 +1,83 @@
+// Change publication: every entity has a publisher; observers (the framework's reactors) register
+// with it and are told of each change of an attribute, or of a member of a collection attribute
+// (named by its key, index or queue position). An entity with no observer pays one pointer test
+// per change and builds nothing.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Fwk/TypeDescriptor.h"
+
+namespace Fwk {
+
+class Entity;
+
+// Which member of a collection changed: its key's type and bits. `type` is null for a change of
+// a plain attribute.
+struct ChangeKey {
+   const TypeDescriptor* type = nullptr;
+   std::uint64_t bits = 0;
+
+   template <class K>
+   static ChangeKey of(const K& key) {
+      const auto& t = typeOf<K>();
+      return ChangeKey{&t, t.keyBits(&key)};
+   }
+   bool isEq(const ChangeKey& o) const noexcept { return type == o.type && bits == o.bits; }
+   std::string text() const { return type ? type->keyText(bits) : std::string(); }
+};
+
+struct Change {
+   const Entity* entity = nullptr;
+   std::string_view attribute;
+   ChangeKey key;
+   // Text form of the previous value, where the change carries one.
+   std::optional<std::string> previous;
+};
+
+class Observer {
+  public:
+   virtual ~Observer() = default;
+   virtual void onChange(const Change& change) = 0;
+};
+
+class Publisher {
+  public:
+   Publisher() = default;
+   Publisher(const Publisher&) = delete;
+   Publisher& operator=(const Publisher&) = delete;
+   ~Publisher();
+
+   bool hasObservers() const noexcept { return observers_ != nullptr && !observers_->empty(); }
+   void observerIs(Observer* o);
+   void observerDel(Observer* o);
+   void publish(const Change& change) const;
+
+  private:
+   std::vector<Observer*>* observers_ = nullptr;
+};
+
+// Records every notification in order as "attribute" or "attribute[key]" (plus " was <previous>"
+// when the change carries a previous value). For tests and diagnostics.
+class RecordingObserver : public Observer {
+  public:
+   explicit RecordingObserver(const Entity& entity);
+   ~RecordingObserver() override;
+   RecordingObserver(const RecordingObserver&) = delete;
+   RecordingObserver& operator=(const RecordingObserver&) = delete;
+
+   void onChange(const Change& change) override;
+   const std::vector<std::string>& changes() const noexcept { return changes_; }
+   void clear() noexcept { changes_.clear(); }
+
+  private:
+   const Entity* entity_;
+   std::vector<std::string> changes_;
+};
+
+}  // namespace Fwk
