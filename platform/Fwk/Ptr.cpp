@@ -16,6 +16,9 @@ ThreadingMode threadingMode() noexcept {
 
 void PtrInterface::refDec() const noexcept {
    const std::uint32_t left = decrement();
+   if (underDestruction_) {
+      return;  // references taken and dropped by a destructor's own steps
+   }
    const bool lastUser = uncountedHolder_ ? left == 1 : left == 0;
    if (lastUser && !inLastUserGone_) {
       const_cast<PtrInterface*>(this)->runLastUserGone();

@@ -45,7 +45,7 @@ namespace Detail {
 template <class T>
 std::string keyTextOf(std::uint64_t bits) {
    T key;
-   std::memcpy(&key, &bits, sizeof(T));
+   std::memcpy(static_cast<void*>(&key), &bits, sizeof(T));
    std::ostringstream os;
    os << key;
    return os.str();

@@ -1,0 +1,112 @@
+// End of a restart: doInitComplete settles the entries the replay left undecided and turns write
+// responses on; purgeStaleEntries deletes the read-back rows that nobody claimed.
+#pragma once
+
+#include "Asic/FirstFreeIndexAllocator.h"
+#include "AsicSwTable/SwTableAccessor.h"
+#include "AsicSwTable/Tracing.h"
+
+namespace Asic {
+
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::doInitComplete() {
+   SW_TRACE(9, "doInitComplete", "");
+   swTable_->configReplayCompleteIs(true);
+   // Undecided: the key waits for no needed entry, has a value, and reconciliation left it.
+   const auto undecided = [this](const Key& key, const EntryHandle& handle) {
+      const OptionalEntry* resolved = swTable_->resolvedEntry(key);
+      return swTable_->unresolvedEntry(key) == nullptr &&
+             handle.entryState() == SwTableBase::unresolved && resolved != nullptr &&
+             resolved->has_value();
+   };
+   // Programming may run hooks that change the collection; walk a snapshot of held handles.
+   std::vector<Fwk::Ptr<EntryHandle>> handles;
+   handles.reserve(swTable_->entrys());
+   for (const auto& [key, handle] : swTable_->entryHandleMap()) {
+      handles.push_back(handle);
+   }
+   for (const auto& handle : handles) {
+      const Key key = handle->key();
+      if (!undecided(key, *handle) || !swTable_->indexHelper(handle.get())) {
+         continue;
+      }
+      const Index hwIndex = *doRetrieveHwIndex(key);
+      if (hwIndex == kInvalidIndex) {
+         const Index index = reconcileUsingIndexHelper(key, false);
+         if (index != kInvalidIndex) {
+            handle->hwIndexIs(index);
+            programHwEntry(key, SwTableBase::indexReconciled);
+            swTable_->updateStatistic(reconciledMismatch);
+         }
+      } else {
+         handle->hwIndexIs(hwIndex);
+         if (swTable_->syncedEntryHas(hwIndex)) {
+            programHwEntry(key, SwTableBase::indexReconciled);
+            swTable_->updateStatistic(reconciledMismatch);
+         } else {
+            swTable_->priorResolvedEntryIs(absent);
+            programHwEntry(key, SwTableBase::inProgress);
+            swTable_->updateStatistic(noSyncedEntry);
+         }
+         swTable_->syncedEntryDel(hwIndex);
+      }
+      swTable_->indexHelperDel(handle.get());
+   }
+   for (const auto& handle : handles) {
+      const Key key = handle->key();
+      if (swTable_->entryHandle(key) != handle || !undecided(key, *handle)) {
+         continue;
+      }
+      swTable_->priorResolvedEntryIs(absent);
+      programHwEntry(key, SwTableBase::inProgress);
+      swTable_->updateStatistic(noSyncedEntry);
+   }
+   if (swTable_->hwTable() != nullptr) {
+      swTable_->writeResponseSmIs(swTable_);
+   }
+}
+
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::purgeStaleEntries() {
+   syncedEntryRemoveAll();
+   FWK_TRACE(MutableTable::statisticsTrace(), 0,
+             "purgeStaleEntries" << " " << swTable_->statistics());
+}
+
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::syncedEntryRemoveAll() {
+   SW_RING_TRACE("syncedEntryRemoveAll");
+   SW_TRACE(8, "syncedEntryRemoveAll", "");
+   if (utilIfExists() != nullptr && swTable_->syncedEntrys() != 0) {
+      swTable_->priorResolvedEntryIs(absent);
+      swTable_->reconciledWriteIs(true);
+      handleStaleEntries();
+      swTable_->syncedEntryDelAll();
+      swTable_->reconciledWriteIs(false);
+      return;
+   }
+   SW_TRACE(8, "syncedEntryRemoveAll", " No stale entries in syncedEntryColl");
+}
+
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::handleStaleEntries() {
+   const Util* util = utilIfExists();
+   const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();
+   for (auto it = swTable_->syncedEntryIter(); !it.done(); it.advance()) {
+      const Index index = it.index();
+      util->updateHwIndexRefCountTracker(swTable_->hwTable(), index, IndexUserTracker::release);
+      if (allocator->indexAvailable(index) && !allocator->indexManaged(index)) {
+         SW_TRACE(8, "handleStaleEntries", " Skip index:" << index);
+         continue;
+      }
+      util->hwTableEntryDel(swTable_, index);
+      SW_TRACE(8, "handleStaleEntries", ": Deleting stale hwEntry at index:" << index);
+      swTable_->updateStatistic(hwEntryDeleted);
+      if (!allocator->indexAvailable(index)) {
+         SW_TRACE(8, "handleStaleEntries", ": Marking index available in allocator");
+         allocator->indexAvailableIs(index);
+      }
+   }
+}
+
+}  // namespace Asic

@@ -1,0 +1,120 @@
+// Entry processing: handleEntry runs on every change of a key's resolved entry and, in one pass,
+// programs the row, reconciles it with what was read back after a restart, or deletes it and
+// releases its index.
+#pragma once
+
+#include "AsicSwTable/SwTableAccessor.h"
+#include "AsicSwTable/Tracing.h"
+#include "Fwk/Assert.h"
+
+namespace Asic {
+
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::handleEntry(const Key& key) {
+   SW_RING_TRACE("handleEntry");
+   SW_TRACE(8, "handleEntry",
+            " key: " << key << ", configReplayComplete: " << swTable_->configReplayComplete());
+   const Util* util = utilIfExists();
+   if (const OptionalEntry* resolved = swTable_->resolvedEntry(key)) {
+      if (swTable_->configReplayComplete()) {
+         programHwEntry(key, SwTableBase::inProgress);
+         return;
+      }
+      if (!resolved->has_value()) {
+         emptyRowDuringReplay(key);
+         return;
+      }
+      const ReconciliationStatus status = reconcileSyncedEntry(key);
+      SW_TRACE(8, "handleEntry", ": reconcileStatus: " << status);
+      const Index hwIndex = *doRetrieveHwIndex(key);
+      switch (status) {
+         case unreconciled: return;
+         case reconciledMatch:
+            adoptReconciledIndex(key, hwIndex, true);
+            retireSyncedEntry(hwIndex);
+            break;
+         case reconciledMismatch:
+            adoptReconciledIndex(key, hwIndex, false);
+            programHwEntry(key, SwTableBase::indexReconciled);
+            retireSyncedEntry(hwIndex);
+            break;
+         case noSyncedEntry: programHwEntry(key, SwTableBase::inProgress); break;
+         default: FWK_ASSERT(false, "reconcileStatus <= noSyncedEntry"); break;
+      }
+      swTable_->reconciledWriteIs(false);
+      swTable_->updateStatistic(status);
+      return;
+   }
+   const Index hwIndex = *doRetrieveHwIndex(key);
+   SW_TRACE(8, "traceHwIndex", " Acquired hwIndex : " << hwIndex);
+   if (util != nullptr) {
+      if (hwIndex == kInvalidIndex) {
+         SW_TRACE(8, "handleEntry", "No entry in HwTable for this key. Skip delete");
+         return;
+      }
+      hwTableEntryDel(util, key, hwIndex);
+   } else if (hwIndex == kInvalidIndex) {
+      return;
+   }
+   const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();
+   GenericIndexAllocator::releaseIndexFromTable(*allocator, Fwk::typeOf<Key>(), keyAddress(key),
+                                                swTable_);
+}
+
+// A delete dance begun during the replay empties a row that the key holds (only handles in
+// hardware dance). There is nothing to reconcile: the row read back at the key's index now
+// belongs to the dance, so it leaves the synced entries (the purge must not delete the index
+// once the dance has released it and another key may hold it), and the empty row is written as
+// in normal operation.
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::emptyRowDuringReplay(const Key& key) {
+   const Index hwIndex = *doRetrieveHwIndex(key);
+   if (hwIndex != kInvalidIndex && swTable_->syncedEntryHas(hwIndex)) {
+      retireSyncedEntry(hwIndex);
+   }
+   programHwEntry(key, SwTableBase::inProgress);
+}
+
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::adoptReconciledIndex(const Key& key, Index hwIndex,
+                                                         bool match) {
+   const Fwk::Ptr<EntryHandle> handle = swTable_->entryHandle(key);
+   swTable_->indexHelperDel(handle.get());
+   handle->hwIndexIs(hwIndex);
+   if (match) {
+      handle->entryStateIs(SwTableBase::indexReconciled);
+      handle->resolvedEntryStateIs(SwTableBase::indexReconciled);
+      doCompleteEntryHandleForTesting(key);
+   }
+}
+
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::retireSyncedEntry(Index hwIndex) {
+   FWK_ASSERT(!isExhausted(hwIndex), "!isExhausted( hwIndex )");
+   SW_TRACE(8, "operator()", ": Deleting syncedEntry reconciled at index:" << hwIndex);
+   swTable_->syncedEntryDel(hwIndex);
+}
+
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::handleEntryState(const EntryHandle* entryHandle,
+                                                     const Key& key) const {
+   const SwTableBase::EntryState state = entryHandle->entryState();
+   SW_TRACE(6, "handleEntryState", " entryhandle state: " << state << " at key : " << key);
+   switch (state) {
+      case SwTableBase::unresolved:
+      case SwTableBase::inProgress:
+      case SwTableBase::indexReconciled:
+      case SwTableBase::success: break;
+      case SwTableBase::stateThree:
+      case SwTableBase::failedNeededEntry:
+      case SwTableBase::hwIndexExhausted:
+         FWK_ASSERT(entryHandle->entryType() != EntryHandle::inDeletion,
+                    "entryHandle->entryType() != EntryHandle::inDeletion()");
+         break;
+      default: FWK_ASSERT(false, "entryState <= hwIndexExhausted"); break;
+   }
+   SW_TRACE(6, "handleEntryState",
+            " entryhandle state: COMPLETE  " << state << " at key : " << key);
+}
+
+}  // namespace Asic

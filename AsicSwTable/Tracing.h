@@ -1,0 +1,27 @@
+// Engine tracing: one text trace handle per table type, named after the table type and created
+// on first use; every engine line reads "<table type> : <step><text>". Ring-buffer records name
+// the table by its short name.
+#pragma once
+
+#include "Fwk/RingTrace.h"
+#include "Fwk/Trace.h"
+
+namespace Asic::Detail {
+
+template <class Table>
+const Fwk::Trace::Handle& engineTrace() {
+   static const Fwk::Trace::Handle handle(Table::kTypeName, false);  // thread-safe, first use
+   return handle;
+}
+
+}  // namespace Asic::Detail
+
+// SW_TRACE(8, "handleEntry", " key: " << key): a line of the engine's handle for the table type
+// `MutableTable` of the enclosing accessor.
+#define SW_TRACE(level, step, message)                                                      \
+   FWK_TRACE(::Asic::Detail::engineTrace<MutableTable>(), level,                            \
+             MutableTable::kTypeName << " : " << step << message)
+
+// SW_RING_TRACE("entryRef"): the "{}: {}" record naming the table and the operation.
+#define SW_RING_TRACE(operation) \
+   FWK_RING_TRACE("{}: {}", operation, MutableTable::kShortName, std::string_view(operation))

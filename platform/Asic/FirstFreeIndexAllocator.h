@@ -1,0 +1,149 @@
+// Index allocators: hand out hardware row indices to keys, lowest free index first.
+//
+// Keys are identified by their type descriptor and their bits, so one allocator can serve keys
+// of several tables (the allocator shared by the L3 interface table and the tunnel IIF table).
+//
+// After a restart the platform tells the allocator which rows were read back from hardware
+// (`heldBackIs`). Those indices are held back: they are not handed out as free indices, so an
+// entry programmed as new during or after the replay never lands on a row that the purge of
+// stale rows will delete. Reconciliation may still bind a held-back index to its key
+// (`recoverIndexForKey`), and the purge makes the unclaimed ones available again.
+//
+// Free-index search keeps a bitmap of used words plus a summary bitmap of full words, so the
+// lowest free index is found in a few word scans even at a million indices.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "Asic/Types.h"
+#include "Fwk/Entity.h"
+
+namespace Asic {
+
+class SwTable;
+
+// A key as the allocator knows it: its type and its bits.
+struct GenericKey {
+   const Fwk::TypeDescriptor* type = nullptr;
+   std::uint64_t bits = 0;
+
+   static GenericKey of(const Fwk::TypeDescriptor& type, const void* key) {
+      return GenericKey{&type, type.keyBits(key)};
+   }
+   bool operator==(const GenericKey&) const = default;
+   std::string text() const { return type ? type->keyText(bits) : std::string("none"); }
+};
+
+struct GenericKeyHash {
+   std::size_t operator()(const GenericKey& k) const noexcept {
+      return std::hash<std::uint64_t>()(k.bits * 0x9e3779b97f4a7c15ULL) ^
+             std::hash<const void*>()(k.type);
+   }
+};
+
+class FirstFreeIndexAllocator : public Fwk::Entity {
+  public:
+   static constexpr std::string_view kTypeName = "Asic::FirstFreeIndexAllocator";
+
+   explicit FirstFreeIndexAllocator(std::string name);
+   const Fwk::TypeDescriptor& typeData() const override {
+      return Fwk::typeOf<FirstFreeIndexAllocator>();
+   }
+   const std::string& name() const noexcept { return name_; }
+
+   std::uint32_t numIndices() const noexcept { return numIndices_; }
+   // Sizes the index space. Shrinking below an index in use or held back keeps that index
+   // reachable until it is released.
+   void numIndicesIs(std::uint32_t n);
+   bool initialized() const noexcept { return initialized_; }
+   void initializedIs(bool initialized) noexcept { initialized_ = initialized; }
+
+   // The key's index: the one bound to it, else the lowest free one (now bound to the key), else
+   // the invalid index.
+   Index indexAcquire(const Fwk::TypeDescriptor& type, const void* key);
+   // The index bound to the key, or the invalid index.
+   Index index(const Fwk::TypeDescriptor& type, const void* key) const;
+   // The key bound to an index, whatever its type; empty when no key holds it.
+   std::optional<GenericKey> owner(Index index) const;
+   // Unbinds the key's index (nothing if it holds none).
+   void indexRelease(const Fwk::TypeDescriptor& type, const void* key);
+
+   // Restart: binds `index` to the key. True when the index is now bound to the key (it was
+   // free or held back, or already bound to the key); false when another key holds it.
+   bool recoverIndexForKey(Index index, const Fwk::TypeDescriptor& type, const void* key);
+   // Holds a read-back row's index back from free-index search until it is claimed or made
+   // available.
+   void heldBackIs(Index index);
+   bool heldBack(Index index) const noexcept;
+   // The availability query: true when no key holds the index and it is not held back.
+   bool indexAvailable(Index index) const noexcept;
+   // The second index query: true when the index lies in this allocator's index space. A stale
+   // row at an index the allocator does not manage is not the table's to delete.
+   bool indexManaged(Index index) const noexcept { return index < numIndices_; }
+   // The make-available operation: unbinds whatever key holds the index and ends any hold-back.
+   void indexAvailableIs(Index index);
+
+   std::uint32_t totalUsedIndices() const noexcept { return used_; }
+   std::uint32_t heldBackIndices() const noexcept { return heldBackCount_; }
+
+   // Tables that draw their indices from this allocator through the shared-allocator registry.
+   bool hasTable(const SwTable* table) const noexcept;
+   void tableIs(const SwTable* table);
+   void tableDel(const SwTable* table) noexcept;
+   std::size_t tables() const noexcept { return tables_.size(); }
+
+  protected:
+   ~FirstFreeIndexAllocator() override;
+
+  private:
+   bool bitSet(const std::vector<std::uint64_t>& bits, Index i) const noexcept;
+   void markTaken(Index i) noexcept;
+   void markFree(Index i) noexcept;
+   Index lowestFree() const noexcept;
+   void bind(Index i, const GenericKey& key);
+   void unbind(Index i) noexcept;
+
+   std::string name_;
+   std::uint32_t numIndices_ = 0;
+   bool initialized_ = false;
+   std::uint32_t used_ = 0;
+   std::uint32_t heldBackCount_ = 0;
+   std::vector<std::uint64_t> taken_;     // bound or held back
+   std::vector<std::uint64_t> fullWords_;  // summary: bit w set when taken_[w] is all ones
+   std::vector<std::uint64_t> heldBack_;
+   std::vector<GenericKey> owners_;
+   std::unordered_map<GenericKey, Index, GenericKeyHash> byKey_;
+   std::vector<const SwTable*> tables_;
+};
+
+// Releases the key's index (the generic allocator operation the engine calls by name).
+struct GenericIndexAllocator {
+   static void releaseIndexFromTable(FirstFreeIndexAllocator& allocator,
+                                     const Fwk::TypeDescriptor& keyType, const void* key,
+                                     const SwTable* table);
+};
+
+// The registry of shared allocators: one allocator per allocator type, handed to every table that
+// asks for it and recorded as used by that table.
+struct GenericIndexAllocatorStub {
+   // Returns the shared allocator of `allocatorType`, creating it on first request. Throws
+   // std::invalid_argument for an allocator type that no factory makes.
+   static Fwk::Ptr<FirstFreeIndexAllocator> createSharedAllocator(
+       const Fwk::TypeDescriptor& tableType, const Fwk::TypeDescriptor& allocatorType,
+       SwTable* table);
+   // Gives the table's use back; the registry drops the allocator when no table uses it.
+   static void freeSharedAllocator(const Fwk::TypeDescriptor& tableType,
+                                   const Fwk::TypeDescriptor& allocatorType, SwTable* table);
+   // Registers how allocators of a type are made.
+   using Factory = Fwk::Ptr<FirstFreeIndexAllocator> (*)();
+   static void factoryIs(const Fwk::TypeDescriptor& allocatorType, Factory factory);
+   // The registered shared allocator of a type, or null.
+   static Fwk::Ptr<FirstFreeIndexAllocator> sharedAllocator(
+       const Fwk::TypeDescriptor& allocatorType);
+};
+
+}  // namespace Asic

@@ -1,0 +1,35 @@
+// The write-response state machine of a table: turns the hardware's acknowledgement of a row
+// write into `resolvedEntryStateIs(success)` on the key's entry handle.
+//
+// A write is acknowledged by the key it was made for (the chip plug-in records the key when it
+// issues the write). An acknowledgement that arrives while notification is off, or for a key
+// whose handle is gone, is dropped: nothing waits for it any more.
+#pragma once
+
+#include "Asic/SwTable.h"
+#include "Fwk/Entity.h"
+
+namespace Asic {
+
+class WriteResponseSm : public Fwk::Entity {
+  public:
+   static constexpr std::string_view kTypeName = "Asic::WriteResponseSm";
+
+   static Fwk::Ptr<WriteResponseSm> writeResponseSmFactory(SwTable* swTable);
+
+   SwTable* swTable() const noexcept { return swTable_; }
+   bool hasNotificationActive() const noexcept { return notificationActive_; }
+   void hasNotificationActiveIs(bool active);
+
+   // The hardware acknowledged the write of the key's row. True when a handle took it.
+   bool writeAcknowledged(const void* key);
+   std::uint64_t acknowledgements() const noexcept { return acknowledgements_; }
+
+  private:
+   explicit WriteResponseSm(SwTable* swTable) : swTable_(swTable) {}
+   SwTable* swTable_;
+   bool notificationActive_ = false;
+   std::uint64_t acknowledgements_ = 0;
+};
+
+}  // namespace Asic
