@@ -9,6 +9,8 @@
 
 template class Asic::SwTable::Accessor<TalvikL3Decap::IngL3IifTable>;
 template class Asic::SwTable::EntryIteratorConst<TalvikL3Decap::IngL3IifTable>;
+template void Asic::SwTable::Accessor<TalvikL3Decap::IngL3IifTable>::initAllocator<
+    Asic::FirstFreeIndexAllocator>();
 
 namespace TalvikL3Decap {
 
