@@ -9,23 +9,74 @@
 //
 // File layout (all integers little-endian, the layout is fixed by RingTraceFormat below):
 //   header | message table (kMaxMessages entries) | ring (slotCount slots of kSlotSize bytes)
+// Strings in the message table are NUL-padded fields (a field filled to the end has no NUL); a
+// source path that does not fit keeps its tail. A slot holds its sequence number, the message
+// identifier (0: never written), the number of arguments written, then the arguments.
 // The decoder reads a file (or memory image) and prints every record still in the ring, oldest
 // first, with its message's format filled in.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace Fwk::RingTrace {
 
-enum class ArgType : std::uint8_t { string = 1, integer = 2 };
+// Integers travel as 8 bytes; `signedInteger` only tells the decoder to print them with a sign.
+enum class ArgType : std::uint8_t { string = 1, integer = 2, signedInteger = 3 };
 
 constexpr std::size_t kSlotSize = 64;
 constexpr std::size_t kMaxMessages = 256;
 constexpr std::size_t kMaxArgs = 6;
+
+namespace RingTraceFormat {
+constexpr char kMagic[8] = {'L', '3', 'R', 'I', 'N', 'G', 'T', 'R'};
+constexpr std::uint32_t kVersion = 1;
+
+// Header fields (byte offsets from the start of the image).
+constexpr std::size_t kHeaderSize = 64;
+constexpr std::size_t kMagicOffset = 0;            // 8 bytes
+constexpr std::size_t kVersionOffset = 8;          // u32
+constexpr std::size_t kSlotSizeOffset = 12;        // u32, kSlotSize
+constexpr std::size_t kEntrySizeOffset = 16;       // u32, kEntrySize
+constexpr std::size_t kMaxMessagesOffset = 20;     // u32, kMaxMessages
+constexpr std::size_t kMessageCountOffset = 24;    // u32
+constexpr std::size_t kSlotCountOffset = 32;       // u64
+constexpr std::size_t kRecordsWrittenOffset = 40;  // u64, also the next sequence number
+
+// Message table entry (offsets within the entry); entry i holds identifier i + 1.
+constexpr std::size_t kEntrySize = 256;
+constexpr std::size_t kEntryIdOffset = 0;        // u32
+constexpr std::size_t kEntryLineOffset = 4;      // u32
+constexpr std::size_t kEntryArgCountOffset = 8;  // u8
+constexpr std::size_t kEntryArgTypesOffset = 9;  // kMaxArgs x u8
+constexpr std::size_t kEntryOperationOffset = 16;
+constexpr std::size_t kEntryOperationSize = 48;
+constexpr std::size_t kEntryFormatOffset = 64;
+constexpr std::size_t kEntryFormatSize = 128;
+constexpr std::size_t kEntryFileOffset = 192;
+constexpr std::size_t kEntryFileSize = 64;
+
+constexpr std::size_t kTableOffset = kHeaderSize;
+constexpr std::size_t kRingOffset = kTableOffset + kMaxMessages * kEntrySize;
+
+// Ring slot (offsets within the slot). Arguments follow each other: an integer as 8 bytes, a
+// string as one length byte and that many bytes.
+constexpr std::size_t kSlotSequenceOffset = 0;   // u64
+constexpr std::size_t kSlotIdOffset = 8;         // u16
+constexpr std::size_t kSlotArgCountOffset = 10;  // u8
+constexpr std::size_t kSlotArgsOffset = 11;
+
+constexpr std::size_t imageSize(std::size_t slots) {
+   return kRingOffset + slots * kSlotSize;
+}
+}  // namespace RingTraceFormat
 
 // A call site's registered message. `id` is 0 until registered; negative is a broken invariant.
 struct MessageSite {
@@ -67,10 +118,21 @@ class TraceFile {
    std::string_view image() const noexcept;
 
   private:
+   friend void record(MessageSite& site, const Arg* args, std::size_t count) noexcept;
+
    TraceFile(std::uint8_t* base, std::size_t size, int fd, std::size_t slots);
+   // Registration and write as one step, so that concurrent writers of one site register it once.
+   void recordSite(MessageSite& site, const Arg* args, std::size_t count) noexcept;
+   // The *Locked helpers expect mutex_ to be held.
+   bool isRegisteredLocked(const MessageSite& site) const noexcept;
+   void registerLocked(MessageSite& site);
+   void writeLocked(const MessageSite& site, const Arg* args, std::size_t count) noexcept;
+
    std::uint8_t* base_;
    std::size_t size_;
    int fd_;
+   std::size_t slots_;
+   mutable std::mutex mutex_;
    std::vector<const MessageSite*> sites_;
 };
 
@@ -84,7 +146,9 @@ class Handle {
    std::unique_ptr<TraceFile> file_;
 };
 Handle* defaultHandle() noexcept;
-// Installs (or with null removes) the default handle; returns the previous one.
+
+// Installs (or with null removes) the default handle; returns the previous one. Not to be called
+// while other threads write records.
 std::unique_ptr<Handle> defaultHandleIs(std::unique_ptr<Handle> handle);
 
 // Writes one record through the default handle: nothing without a handle or file; otherwise
@@ -103,14 +167,17 @@ inline Arg toArg(const char* s) noexcept { return toArg(std::string_view(s)); }
 template <class I>
    requires std::is_integral_v<I>
 Arg toArg(I i) noexcept {
-   return Arg{ArgType::integer, static_cast<std::uint64_t>(i), {}};
+   constexpr auto type = std::is_signed_v<I> ? ArgType::signedInteger : ArgType::integer;
+   return Arg{type, static_cast<std::uint64_t>(i), {}};
 }
 inline Arg toArg(const void* p) noexcept {
    return Arg{ArgType::integer, reinterpret_cast<std::uintptr_t>(p), {}};
 }
 template <class T>
 constexpr ArgType argTypeOf() {
-   if constexpr (std::is_integral_v<T> || std::is_pointer_v<T>) {
+   if constexpr (std::is_integral_v<T> && std::is_signed_v<T>) {
+      return ArgType::signedInteger;
+   } else if constexpr (std::is_integral_v<T> || std::is_pointer_v<T>) {
       if constexpr (std::is_pointer_v<T> &&
                     std::is_same_v<std::remove_cv_t<std::remove_pointer_t<T>>, char>) {
          return ArgType::string;
@@ -143,7 +210,7 @@ namespace Fwk::RingTrace {
 template <class... Args>
 void writeSiteRecord(MessageSite& site, const Args&... args) noexcept {
    static_assert(sizeof...(Args) <= kMaxArgs);
-   const Arg list[] = {Detail::toArg(args)...};
-   record(site, list, sizeof...(Args));
+   const std::array<Arg, sizeof...(Args)> list = {Detail::toArg(args)...};
+   record(site, list.data(), list.size());
 }
 }  // namespace Fwk::RingTrace
