@@ -1,0 +1,96 @@
+// One agent life after another against the same chip file: a cold start, then restarts with the
+// same, a changed and a reduced configuration.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "sim/Agent.h"
+
+namespace {
+
+using Sim::Config;
+using Sim::RowFate;
+using Sim::TunnelConfig;
+
+class AgentRestartTest : public ::testing::Test {
+  protected:
+   void SetUp() override {
+      dir = std::filesystem::temp_directory_path() /
+            ("l3decap-agent-" + std::to_string(::getpid()) + "-" +
+             ::testing::UnitTest::GetInstance()->current_test_info()->name());
+      std::filesystem::remove_all(dir);
+      std::filesystem::create_directories(dir);
+      options.chipFile = (dir / "chip.state").string();
+      options.rows = 256;
+   }
+   void TearDown() override { std::filesystem::remove_all(dir); }
+
+   static Config config(std::size_t tunnels, std::uint32_t vrfBase = 100) {
+      Config c;
+      c.profiles = {1, 2, 3};
+      for (std::size_t i = 0; i < tunnels; ++i) {
+         c.tunnels.push_back(TunnelConfig{1000 + i, static_cast<std::uint32_t>(1 + i % 3),
+                                          i % 2 == 0, i % 3 == 0, false,
+                                          vrfBase + static_cast<std::uint32_t>(i)});
+      }
+      return c;
+   }
+   static std::size_t count(const Sim::RunReport& r, RowFate fate) {
+      return static_cast<std::size_t>(std::count(r.rows.begin(), r.rows.end(), fate));
+   }
+
+   std::filesystem::path dir;
+   Sim::RunOptions options;
+};
+
+TEST_F(AgentRestartTest, UnchangedConfigurationRestartWritesNothing) {
+   const auto cold = Sim::runAgent(config(100), options);
+   EXPECT_FALSE(cold.restart);
+   EXPECT_EQ(cold.rowsWritten, 100U);
+   EXPECT_EQ(cold.created, 100U);
+   EXPECT_EQ(cold.handlesNotInHardware, 0U);
+
+   const auto warm = Sim::runAgent(config(100), options);
+   EXPECT_TRUE(warm.restart);
+   EXPECT_EQ(warm.keysBound, 100U);
+   EXPECT_EQ(warm.rowsWritten, 0U);
+   EXPECT_EQ(warm.rowsDeleted, 0U);
+   EXPECT_EQ(warm.profileRowsWritten, 0U);
+   EXPECT_EQ(warm.profileRowsDeleted, 0U);
+   EXPECT_EQ(warm.adopted, 100U);
+   EXPECT_EQ(count(warm, RowFate::adopted), 100U);
+   EXPECT_EQ(warm.indicesInUse, 100U);
+}
+
+TEST_F(AgentRestartTest, ChangedAndRemovedEntriesTouchOnlyTheirRows) {
+   Sim::runAgent(config(100), options);
+   Config next = config(90);  // the last ten are removed
+   for (std::size_t i = 0; i < 10; ++i) {
+      next.tunnels[i].vrf += 5000;  // ten changed
+   }
+   next.tunnels.push_back(TunnelConfig{9999, 2, true, true, true, 7});  // one new
+   const auto warm = Sim::runAgent(next, options);
+   EXPECT_EQ(warm.rewritten, 10U);
+   EXPECT_EQ(warm.purged, 10U);
+   EXPECT_EQ(warm.created, 1U);
+   EXPECT_EQ(warm.adopted, 80U);
+   EXPECT_EQ(warm.rowsWritten, 11U);
+   EXPECT_EQ(warm.rowsDeleted, 10U);
+   EXPECT_EQ(count(warm, RowFate::rewritten), 10U);
+   EXPECT_EQ(count(warm, RowFate::purged), 10U);
+   EXPECT_EQ(warm.indicesInUse, 91U);
+}
+
+TEST_F(AgentRestartTest, WithoutTheKeyStoreRowsAreRewrittenButNoLiveRowIsLost) {
+   Sim::runAgent(config(50), options);
+   options.useKeyStore = false;
+   const auto warm = Sim::runAgent(config(50), options);
+   EXPECT_EQ(warm.keysBound, 0U);
+   EXPECT_EQ(warm.handlesNotInHardware, 0U);
+   EXPECT_EQ(warm.indicesInUse, 50U);
+   EXPECT_EQ(count(warm, RowFate::free) + count(warm, RowFate::purged), 256U - 50U);
+}
+
+}  // namespace
