@@ -47,8 +47,10 @@ void SwTable::Accessor<Table, Key>::suggestIndexToNeededTable(const Entry& swEnt
 }
 
 template <class Table, class Key>
-void SwTable::Accessor<Table, Key>::handleIndexSuggestions(const EntryHandle* eh,
-                                                           IndexSet suggestions) {
+void SwTable::Accessor<Table, Key>::handleIndexSuggestions(
+    const EntryHandle* eh,
+    IndexSet suggestions) {  // NOLINT(performance-unnecessary-value-param): the walk owns a copy
+
    FWK_ASSERT(eh->entryState() == SwTableBase::unresolved, "eh->entryState() == unresolved()");
    FWK_ASSERT(swTable_->configReplayInProgress(), "swTable_->configReplayInProgress()");
    SW_TRACE(8, "handleIndexSuggestions",

@@ -88,16 +88,16 @@ std::strong_ordering IngL3IifTable::Entry::operator<=>(const Entry& o) const noe
       return reinterpret_cast<std::uintptr_t>(e.l3IifProfileIndexHandle.get());
    };
    const auto byte = [](bool b) { return static_cast<std::uint8_t>(b); };
-   if (auto c = address(*this) <=> address(o); c != 0) {
+   if (auto c = address(*this) <=> address(o); std::is_neq(c)) {
       return c;
    }
-   if (auto c = byte(ipv4UcEnable) <=> byte(o.ipv4UcEnable); c != 0) {
+   if (auto c = byte(ipv4UcEnable) <=> byte(o.ipv4UcEnable); std::is_neq(c)) {
       return c;
    }
-   if (auto c = byte(ipv6UcEnable) <=> byte(o.ipv6UcEnable); c != 0) {
+   if (auto c = byte(ipv6UcEnable) <=> byte(o.ipv6UcEnable); std::is_neq(c)) {
       return c;
    }
-   if (auto c = byte(trustDscp) <=> byte(o.trustDscp); c != 0) {
+   if (auto c = byte(trustDscp) <=> byte(o.trustDscp); std::is_neq(c)) {
       return c;
    }
    return vrf <=> o.vrf;

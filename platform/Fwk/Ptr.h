@@ -115,7 +115,9 @@ class Ptr {
    ~Ptr() { reset(); }
 
    Ptr& operator=(const Ptr& o) noexcept {
-      Ptr(o).swap(*this);
+      if (this != &o) {
+         Ptr(o).swap(*this);
+      }
       return *this;
    }
    Ptr& operator=(Ptr&& o) noexcept {
