@@ -1,6 +1,9 @@
 #include "Asic/SwTableBase.h"
 
+#include <atomic>
+
 #include "Fwk/Assert.h"
+#include "Fwk/Trace.h"
 
 namespace Asic {
 
@@ -81,7 +84,7 @@ void SwTableBase::EntryHandle::wakeWatchers() {
    }
    for (const auto& sm : woken) {
       if (!sm->finished()) {
-         sm->handleChange();
+         sm->handleChangeReportingErrors();
       }
    }
 }
@@ -116,6 +119,28 @@ void SwTableBase::NeededEntryHandleSm::unlink() noexcept {
       next_->prev_ = prev_;
    }
    prev_ = next_ = nullptr;
+}
+
+namespace {
+const Fwk::Trace::Handle& smTrace() {
+   static const Fwk::Trace::Handle h("Asic::NeededEntryHandleSm", false);
+   return h;
+}
+std::atomic<std::uint64_t> resolutionErrorCount{0};
+}  // namespace
+
+std::uint64_t SwTableBase::resolutionErrors() noexcept { return resolutionErrorCount.load(); }
+
+// A needed entry changes inside its own table's operation; an entry that fails to resolve (its
+// dependent field does not fit) must not stop the other watchers or fail that operation. The
+// entry keeps waiting; the failure is counted and traced.
+void SwTableBase::NeededEntryHandleSm::handleChangeReportingErrors() noexcept {
+   try {
+      handleChange();
+   } catch (const std::exception& e) {
+      ++resolutionErrorCount;
+      FWK_TRACE(smTrace(), 1, "resolution failed: " << e.what());
+   }
 }
 
 void SwTableBase::NeededEntryHandleSm::handleChange() {

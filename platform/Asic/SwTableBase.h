@@ -41,6 +41,9 @@ class SwTableBase : public Fwk::Entity {
    // dependent table's Util publishes indices in handles and the handle has a valid one.
    static bool neededEntryHandleReady(const EntryHandle& h, bool publishHwIndexInHandle) noexcept;
 
+   // Resolutions run by needed-entry state machines that ended in an error (process-wide).
+   static std::uint64_t resolutionErrors() noexcept;
+
    // Delivers index suggestions to the needed handle's own table (its handleIndexSuggestions).
    static void suggestIndicesToNeededEntryHandle(const Fwk::Ptr<const EntryHandle>& h,
                                                  const IndexSet& suggestions);
@@ -111,6 +114,7 @@ class SwTableBase::NeededEntryHandleSm : public Fwk::PtrInterface {
    void unlink() noexcept;
    // Re-evaluates the watched handle; may finish (and resolve the owner) or report a failure.
    void handleChange();
+   void handleChangeReportingErrors() noexcept;
 
    UnresolvedEntry* owner_;
    Fwk::Ptr<const EntryHandle> watched_;
