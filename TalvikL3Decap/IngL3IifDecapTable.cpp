@@ -432,11 +432,14 @@ void IngL3IifTable::SyncedEntryIterator::advance() {
 // ===== Entry handle =====
 
 IngL3IifTable::EntryHandle::EntryHandle(L3TunnelIntfKey key, IngL3IifTable* table)
-    : key_(key), swTable_(table) {}
+    : key_(key), swTable_(table) {
+   ++live_;
+}
 
 IngL3IifTable::EntryHandle::~EntryHandle() {
    underDestructionIs();
    pending_.clear();
+   --live_;
 }
 
 std::string IngL3IifTable::EntryHandle::entityText() const {

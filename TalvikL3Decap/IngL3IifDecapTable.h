@@ -228,6 +228,9 @@ class IngL3IifTable::EntryHandle : public Asic::SwTable::EntryHandle {
 
    EntryHandle(L3TunnelIntfKey key, IngL3IifTable* table);
    const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<EntryHandle>(); }
+   // Handles alive in the process, of every table instance (leak checks). Handles live on their
+   // table's thread, so a plain count does.
+   static std::size_t liveHandles() noexcept { return live_; }
    std::string entityText() const override;
 
    L3TunnelIntfKey key() const noexcept { return key_; }
@@ -260,6 +263,7 @@ class IngL3IifTable::EntryHandle : public Asic::SwTable::EntryHandle {
    L3TunnelIntfKey key_;
    Fwk::Ptr<IngL3IifTable> swTable_;
    PendingEntryQueue<Entry> pending_;
+   inline static std::size_t live_ = 0;
 };
 
 // --- unresolved entry ---
