@@ -2,6 +2,8 @@
 // responses on; purgeStaleEntries deletes the read-back rows that nobody claimed.
 #pragma once
 
+#include <cstring>
+
 #include "Asic/FirstFreeIndexAllocator.h"
 #include "AsicSwTable/SwTableAccessor.h"
 #include "AsicSwTable/Tracing.h"
@@ -69,8 +71,28 @@ void SwTable::Accessor<Table, Key>::doInitComplete() {
 template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::purgeStaleEntries() {
    syncedEntryRemoveAll();
+   releaseUnclaimedBindings();
    FWK_TRACE(MutableTable::statisticsTrace(), 0,
              "purgeStaleEntries" << " " << swTable_->statistics());
+}
+
+// A key bound during the replay (bindKeyToIndex) that was never committed, and whose row was not
+// read back, holds its index with nothing to purge: after the purge nobody can claim it any more,
+// so the index goes back to the allocator instead of leaking. (A stale agent state store, e.g.
+// one saved before a purge that deleted the key's row, leaves such bindings.)
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::releaseUnclaimedBindings() {
+   const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();
+   for (const Index index : allocator->indicesBoundTo(Fwk::typeOf<Key>())) {
+      Key key;
+      const std::uint64_t bits = allocator->owner(index)->bits;
+      std::memcpy(static_cast<void*>(&key), &bits, sizeof key);
+      if (!swTable_->entryHandleHas(key)) {
+         SW_TRACE(8, "purgeStaleEntries",
+                  ": Releasing index:" << index << " bound to uncommitted key:" << key);
+         allocator->indexAvailableIs(index);
+      }
+   }
 }
 
 template <class Table, class Key>

@@ -59,6 +59,12 @@ void SwTable::Accessor<Table, Key>::handleEntry(const Key& key) {
    const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();
    GenericIndexAllocator::releaseIndexFromTable(*allocator, Fwk::typeOf<Key>(), keyAddress(key),
                                                 swTable_);
+   // The row is gone: a handle that stays (its key was taken again during the delete dance) must
+   // not go on telling other agents and tables the index that another key may get now.
+   if (const Fwk::Ptr<EntryHandle> handle = swTable_->entryHandle(key);
+       handle && handle->hwIndex() == hwIndex) {
+      handle->hwIndexIs(kInvalidIndex);
+   }
 }
 
 // A delete dance begun during the replay empties a row that the key holds (only handles in

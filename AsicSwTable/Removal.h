@@ -96,7 +96,20 @@ void SwTable::Accessor<Table, Key>::removeAtOnce(EntryHandle* eh) {
       eh->swTableIs(nullptr);
    }
    deleteResolvedEntry(key);
+   releaseBoundIndex(key);
    swTable_->entryHandleDel(key);
+}
+
+// A key bound to an index during a restart (bindKeyToIndex) that never resolved has no resolved
+// entry whose removal would give the index back; it goes back here, with the handle.
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::releaseBoundIndex(const Key& key) {
+   if (*doRetrieveHwIndex(key) == kInvalidIndex) {
+      return;
+   }
+   const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();
+   GenericIndexAllocator::releaseIndexFromTable(*allocator, Fwk::typeOf<Key>(), keyAddress(key),
+                                                swTable_);
 }
 
 template <class Table, class Key>

@@ -118,9 +118,11 @@ class SwTable::Accessor {
   private:
    void suggestFromSyncedEntries(UnresolvedEntry* ue);
    void emptyRowDuringReplay(const Key& key);
+   void releaseUnclaimedBindings();
    void adoptReconciledIndex(const Key& key, Index hwIndex, bool match);
    void retireSyncedEntry(Index hwIndex);
    void removeAtOnce(EntryHandle* entryHandle);
+   void releaseBoundIndex(const Key& key);
    void entryTypeIs(EntryHandle* handle, std::uint8_t type) const noexcept;
    const Key* keyAddress(const Key& key) const noexcept { return &key; }
 

@@ -160,6 +160,16 @@ void FirstFreeIndexAllocator::indexAvailableIs(Index index) {
    }
 }
 
+std::vector<Index> FirstFreeIndexAllocator::indicesBoundTo(const Fwk::TypeDescriptor& type) const {
+   std::vector<Index> indices;
+   for (Index i = 0; i < owners_.size(); ++i) {
+      if (owners_[i].type == &type) {
+         indices.push_back(i);
+      }
+   }
+   return indices;
+}
+
 bool FirstFreeIndexAllocator::hasTable(const SwTable* table) const noexcept {
    return std::find(tables_.begin(), tables_.end(), table) != tables_.end();
 }

@@ -87,6 +87,9 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    // The make-available operation: unbinds whatever key holds the index and ends any hold-back.
    void indexAvailableIs(Index index);
 
+   // The indices bound to keys of one type, ascending.
+   std::vector<Index> indicesBoundTo(const Fwk::TypeDescriptor& type) const;
+
    std::uint32_t totalUsedIndices() const noexcept { return used_; }
    std::uint32_t heldBackIndices() const noexcept { return heldBackCount_; }
 

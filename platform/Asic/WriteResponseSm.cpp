@@ -19,7 +19,10 @@ bool WriteResponseSm::writeAcknowledged(const void* key) {
       return false;
    }
    const Fwk::Ptr<SwTable::EntryHandle> handle = swTable_->getEntryHandle(key);
-   if (!handle) {
+   const bool waiting = handle && (handle->resolvedEntryState() == SwTableBase::inProgress ||
+                                   handle->resolvedEntryState() == SwTableBase::indexReconciled);
+   if (!waiting) {
+      ++dropped_;
       return false;
    }
    ++acknowledgements_;

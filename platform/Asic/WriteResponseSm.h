@@ -2,8 +2,10 @@
 // write into `resolvedEntryStateIs(success)` on the key's entry handle.
 //
 // A write is acknowledged by the key it was made for (the chip plug-in records the key when it
-// issues the write). An acknowledgement that arrives while notification is off, or for a key
-// whose handle is gone, is dropped: nothing waits for it any more.
+// issues the write). Only a handle that waits for hardware (its resolved-entry state is
+// inProgress or indexReconciled) takes an acknowledgement. One that arrives while notification
+// is off, for a key whose handle is gone, or late for a handle that no longer waits (its key was
+// removed and taken again, say) is dropped: nothing waits for it any more.
 #pragma once
 
 #include "Asic/SwTable.h"
@@ -24,12 +26,14 @@ class WriteResponseSm : public Fwk::Entity {
    // The hardware acknowledged the write of the key's row. True when a handle took it.
    bool writeAcknowledged(const void* key);
    std::uint64_t acknowledgements() const noexcept { return acknowledgements_; }
+   std::uint64_t dropped() const noexcept { return dropped_; }
 
   private:
    explicit WriteResponseSm(SwTable* swTable) : swTable_(swTable) {}
    SwTable* swTable_;
    bool notificationActive_ = false;
    std::uint64_t acknowledgements_ = 0;
+   std::uint64_t dropped_ = 0;
 };
 
 }  // namespace Asic
