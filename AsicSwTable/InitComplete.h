@@ -72,6 +72,7 @@ template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::purgeStaleEntries() {
    syncedEntryRemoveAll();
    releaseUnclaimedBindings();
+   programExhaustedEntries();
    FWK_TRACE(MutableTable::statisticsTrace(), 0,
              "purgeStaleEntries" << " " << swTable_->statistics());
 }
@@ -92,6 +93,26 @@ void SwTable::Accessor<Table, Key>::releaseUnclaimedBindings() {
                   ": Releasing index:" << index << " bound to uncommitted key:" << key);
          allocator->indexAvailableIs(index);
       }
+   }
+}
+
+// Read-back rows are held back from the allocator until the purge, so entries programmed as new
+// during the restart may have found no index in a nearly full table. The purge has given those
+// indices back: such entries get their chance now instead of staying without a row.
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::programExhaustedEntries() {
+   std::vector<Key> exhausted;
+   for (const auto& [key, handle] : swTable_->entryHandleMap()) {
+      const OptionalEntry* resolved = swTable_->resolvedEntry(key);
+      if (handle->resolvedEntryState() == SwTableBase::hwIndexExhausted && resolved &&
+          resolved->has_value() && !swTable_->unresolvedEntry(key)) {
+         exhausted.push_back(key);
+      }
+   }
+   for (const Key& key : exhausted) {
+      SW_TRACE(8, "purgeStaleEntries", ": Programming key:" << key << " that found no index");
+      swTable_->priorResolvedEntryIs(absent);
+      programHwEntry(key, SwTableBase::inProgress);
    }
 }
 

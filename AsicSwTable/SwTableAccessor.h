@@ -119,6 +119,7 @@ class SwTable::Accessor {
    void suggestFromSyncedEntries(UnresolvedEntry* ue);
    void emptyRowDuringReplay(const Key& key);
    void releaseUnclaimedBindings();
+   void programExhaustedEntries();
    void adoptReconciledIndex(const Key& key, Index hwIndex, bool match);
    void retireSyncedEntry(Index hwIndex);
    void removeAtOnce(EntryHandle* entryHandle);

@@ -239,6 +239,11 @@ void World::saveBindings() {
 }
 
 bool World::zeroWriteRestartExpected() const {
+   for (const auto& [key, handle] : table_->entryHandleMap()) {
+      if (handle->resolvedEntryState() == S::hwIndexExhausted) {
+         return false;  // it will find an index now, or try again
+      }
+   }
    return std::all_of(model_.begin(), model_.end(), [this](const KeyModel& m) {
       if (!m.committed && m.refs == 0) {
          return true;
