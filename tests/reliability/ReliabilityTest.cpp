@@ -11,7 +11,10 @@
 //
 // Environment:
 //   L3DECAP_RELIABILITY_OPS   operations in all (default 200000)
-//   L3DECAP_SOAK_SECONDS      run cases until this many seconds have passed (soak mode)
+//   L3DECAP_SOAK_SECONDS      run cases until this many seconds have passed (soak mode); the
+//                             seeds start from the clock unless L3DECAP_RELIABILITY_FIRST_SEED
+//                             says where
+//   L3DECAP_RELIABILITY_FIRST_SEED  the first seed (default 1, so CI runs the same cases)
 //   L3DECAP_RELIABILITY_SEED  run just the case of this seed, in this process (to debug it)
 //   L3DECAP_RELIABILITY_CASE  with the seed: run the operations listed in this file instead (one
 //                             per line, as a failure prints them), in this process
@@ -20,6 +23,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <ctime>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -165,9 +169,13 @@ TEST(Reliability, RandomLivesAgreeWithTheModel) {
    const auto elapsed = [&] {
       return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
    };
+   const std::uint64_t firstSeed = envNumber(
+       "L3DECAP_RELIABILITY_FIRST_SEED",
+       soakSeconds != 0 ? static_cast<std::uint64_t>(std::time(nullptr)) % 1000000000 * 1000 : 1);
+   std::printf("reliability: seeds from %llu\n", static_cast<unsigned long long>(firstSeed));
    std::uint64_t operations = 0;
    std::uint64_t cases = 0;
-   for (std::uint64_t seed = 1;; ++seed) {
+   for (std::uint64_t seed = firstSeed;; ++seed) {
       const bool more = soakSeconds != 0 ? elapsed() < static_cast<double>(soakSeconds)
                                          : operations < budget;
       if (!more) {
