@@ -86,7 +86,6 @@ class World {
    std::vector<std::pair<std::uint32_t, Fwk::Ptr<const Asic::SwTableBase::EntryHandle>>> held_;
    std::vector<KeyModel> model_;
    std::map<std::uint64_t, Asic::Index> bindings_;  // the agent's state store
-   bool rowsFaulted_ = false;
    std::uint64_t operations_ = 0;
    std::uint64_t restarts_ = 0;
 };
