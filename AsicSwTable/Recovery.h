@@ -2,6 +2,7 @@
 // Util, into the synced-entry collection.
 #pragma once
 
+#include "Asic/FirstFreeIndexAllocator.h"
 #include "AsicSwTable/SwTableAccessor.h"
 #include "AsicSwTable/Tracing.h"
 #include "Fwk/Assert.h"
@@ -16,6 +17,13 @@ void SwTable::Accessor<Table, Key>::syncEntries() {
    if (const Util* util = utilIfExists()) {
       const Fwk::Ptr<SwTable> table(swTable_);
       util->syncEntries(swTable_->hwTable(), table);
+   }
+   // The allocator learns the read-back rows: an entry programmed as new must not land on a row
+   // that the purge of stale rows would delete.
+   if (const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator()) {
+      for (auto it = swTable_->syncedEntryIter(); !it.done(); it.advance()) {
+         allocator->heldBackIs(it.index());
+      }
    }
 }
 
