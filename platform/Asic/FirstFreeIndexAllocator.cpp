@@ -131,7 +131,7 @@ bool FirstFreeIndexAllocator::recoverIndexForKey(Index index, const Fwk::TypeDes
 }
 
 void FirstFreeIndexAllocator::heldBackIs(Index index) {
-   if (index >= owners_.size() || bitSet(taken_, index)) {
+   if (!indexManaged(index) || bitSet(taken_, index)) {
       return;
    }
    heldBack_[index / 64] |= std::uint64_t{1} << (index % 64);
@@ -144,7 +144,7 @@ bool FirstFreeIndexAllocator::heldBack(Index index) const noexcept {
 }
 
 bool FirstFreeIndexAllocator::indexAvailable(Index index) const noexcept {
-   return index < owners_.size() && !bitSet(taken_, index);
+   return !bitSet(taken_, index);  // beyond the storage nothing is taken
 }
 
 void FirstFreeIndexAllocator::indexAvailableIs(Index index) {

@@ -76,7 +76,7 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    // free or held back, or already bound to the key); false when another key holds it.
    bool recoverIndexForKey(Index index, const Fwk::TypeDescriptor& type, const void* key);
    // Holds a read-back row's index back from free-index search until it is claimed or made
-   // available.
+   // available. An index outside the index space is not the allocator's to hold.
    void heldBackIs(Index index);
    bool heldBack(Index index) const noexcept;
    // The availability query: true when no key holds the index and it is not held back.

@@ -18,6 +18,7 @@
 //   L3DECAP_RELIABILITY_SEED  run just the case of this seed, in this process (to debug it)
 //   L3DECAP_RELIABILITY_CASE  with the seed: run the operations listed in this file instead (one
 //                             per line, as a failure prints them), in this process
+//   L3DECAP_RELIABILITY_SHAPE with the seed: "table size,ack window,acks held back,keys"
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -157,8 +158,12 @@ std::string describe(std::uint64_t seed, const WorldShape& shape, const std::vec
 
 TEST(Reliability, RandomLivesAgreeWithTheModel) {
    if (const std::uint64_t seed = envNumber("L3DECAP_RELIABILITY_SEED", 0); seed != 0) {
-      const WorldShape shape = shapeFor(seed);
+      WorldShape shape = shapeFor(seed);
       const char* caseFile = std::getenv("L3DECAP_RELIABILITY_CASE");
+      if (const char* s = std::getenv("L3DECAP_RELIABILITY_SHAPE")) {
+         std::sscanf(s, "%u,%zu,%zu,%u", &shape.tableSize, &shape.ackWindow, &shape.ackHoldBack,
+                     &shape.keys);
+      }
       EXPECT_EQ(runCase(shape, caseFile ? readCase(caseFile) : generate(seed, shape, kOpsPerCase)),
                 "");
       return;
