@@ -15,7 +15,13 @@ ThreadingMode threadingMode() noexcept {
 }
 
 void PtrInterface::refDec() const noexcept {
+   // Once the count has dropped, another thread may release the last holder and delete the
+   // object: read the flag first, and touch the object only when this release may end its use.
+   const bool uncounted = uncountedHolder_;
    const std::uint32_t left = decrement();
+   if (left > (uncounted ? 1U : 0U)) {
+      return;
+   }
    if (underDestruction_) {
       return;  // references taken and dropped by a destructor's own steps
    }

@@ -58,7 +58,9 @@ const TypeDescriptor& typeOf() {
    constexpr bool smallKey = std::is_trivially_copyable_v<U> && sizeof(U) <= 8 &&
                              std::is_default_constructible_v<U> &&
                              requires(std::ostream& os, const U& k) { os << k; };
-   if constexpr (smallKey) {
+   if constexpr (!std::is_same_v<T, U>) {
+      return typeOf<U>();  // one descriptor per type, however qualified
+   } else if constexpr (smallKey) {
       static const TypeDescriptor d(U::kTypeName, sizeof(U), &Detail::keyTextOf<U>);
       return d;
    } else {

@@ -1,0 +1,278 @@
+// The first-free index allocator, the shared-allocator registry and the index-user tracker.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <set>
+
+#include "Asic/FirstFreeIndexAllocator.h"
+#include "Asic/HwTable.h"
+#include "TalvikL3Decap/IngL3IifDecapTable.h"
+
+namespace Test {
+namespace {
+
+using Asic::Index;
+using Asic::kInvalidIndex;
+using TalvikL3Common::L3TunnelIntfKey;
+
+// A second key type: keys of two tables with equal bits are different keys.
+struct OtherKey {
+   static constexpr std::string_view kTypeName = "Test::OtherKey";
+   std::uint64_t bits = 0;
+   friend std::ostream& operator<<(std::ostream& os, const OtherKey& k) { return os << k.bits; }
+};
+
+class AllocatorTest : public ::testing::Test {
+ protected:
+   void size(std::uint32_t n) { allocator->numIndicesIs(n); }
+   Index acquire(std::uint64_t key) {
+      const L3TunnelIntfKey k(key);
+      return allocator->indexAcquire(Fwk::typeOf<L3TunnelIntfKey>(), &k);
+   }
+   Index indexOf(std::uint64_t key) const {
+      const L3TunnelIntfKey k(key);
+      return allocator->index(Fwk::typeOf<L3TunnelIntfKey>(), &k);
+   }
+   void release(std::uint64_t key) {
+      const L3TunnelIntfKey k(key);
+      allocator->indexRelease(Fwk::typeOf<L3TunnelIntfKey>(), &k);
+   }
+   bool recover(Index i, std::uint64_t key) {
+      const L3TunnelIntfKey k(key);
+      return allocator->recoverIndexForKey(i, Fwk::typeOf<L3TunnelIntfKey>(), &k);
+   }
+   Fwk::Ptr<Asic::FirstFreeIndexAllocator> allocator =
+       Fwk::make<Asic::FirstFreeIndexAllocator>("test");
+};
+
+TEST_F(AllocatorTest, HandsOutTheLowestFreeIndexAndKeepsItPerKey) {
+   size(8);
+   for (std::uint64_t key = 0; key < 3; ++key) {
+      EXPECT_EQ(acquire(100 + key), key);
+   }
+   EXPECT_EQ(acquire(101), 1U);
+   release(101);
+   EXPECT_EQ(indexOf(101), kInvalidIndex);
+   EXPECT_FALSE(allocator->owner(1));
+   EXPECT_EQ(acquire(200), 1U);
+   const auto owner = allocator->owner(1);
+   ASSERT_TRUE(owner);
+   EXPECT_EQ(owner->type, &Fwk::typeOf<L3TunnelIntfKey>());
+   EXPECT_EQ(owner->bits, 200U);
+   EXPECT_EQ(allocator->totalUsedIndices(), 3U);
+   const OtherKey other{200};
+   EXPECT_EQ(allocator->indexAcquire(Fwk::typeOf<OtherKey>(), &other), 3U);
+}
+
+TEST_F(AllocatorTest, ExhaustionGivesTheInvalidIndexAndBindsNothing) {
+   size(2);
+   acquire(1);
+   acquire(2);
+   EXPECT_EQ(acquire(3), 0xFFFFFFFFU);
+   EXPECT_EQ(indexOf(3), kInvalidIndex);
+   EXPECT_EQ(allocator->totalUsedIndices(), 2U);
+   EXPECT_FALSE(allocator->owner(2));
+   EXPECT_FALSE(allocator->owner(kInvalidIndex));
+}
+
+TEST_F(AllocatorTest, HeldBackIndicesAreSkippedUntilClaimedOrMadeAvailable) {
+   size(8);
+   for (Index i : {0U, 1U, 3U}) {
+      allocator->heldBackIs(i);
+   }
+   EXPECT_EQ(allocator->heldBackIndices(), 3U);
+   EXPECT_FALSE(allocator->indexAvailable(1));
+   EXPECT_EQ(acquire(10), 2U);
+   EXPECT_EQ(acquire(11), 4U);
+   EXPECT_TRUE(recover(1, 12));  // reconciliation may claim a held-back index
+   EXPECT_FALSE(allocator->heldBack(1));
+   allocator->indexAvailableIs(0);
+   EXPECT_TRUE(allocator->indexAvailable(0));
+   EXPECT_EQ(acquire(13), 0U);
+   allocator->heldBackIs(2);  // bound already: not held back
+   EXPECT_FALSE(allocator->heldBack(2));
+   EXPECT_EQ(allocator->heldBackIndices(), 1U);
+   EXPECT_EQ(allocator->totalUsedIndices(), 4U);
+}
+
+TEST_F(AllocatorTest, RecoverBindsOnlyFreeOrOwnIndices) {
+   size(8);
+   acquire(1);  // index 0
+   EXPECT_TRUE(recover(0, 1));
+   EXPECT_FALSE(recover(0, 2));  // another key holds it
+   EXPECT_EQ(allocator->owner(0)->bits, 1U);
+   EXPECT_FALSE(recover(5, 1));  // the key holds another index
+   EXPECT_FALSE(recover(8, 2));  // outside the index space
+   EXPECT_TRUE(recover(5, 2));
+   EXPECT_EQ(indexOf(2), 5U);
+   EXPECT_EQ(acquire(3), 1U);
+   allocator->indexAvailableIs(5);
+   EXPECT_EQ(indexOf(2), kInvalidIndex);
+   EXPECT_TRUE(allocator->indexAvailable(5));
+   EXPECT_EQ(allocator->totalUsedIndices(), 2U);
+}
+
+TEST_F(AllocatorTest, ManagedIndicesFollowTheSize) {
+   size(10);
+   for (std::uint64_t key = 0; key < 10; ++key) {
+      acquire(key);
+   }
+   EXPECT_TRUE(allocator->indexManaged(9));
+   EXPECT_FALSE(allocator->indexManaged(10));
+   size(5);  // indices in use above the new size stay reachable
+   EXPECT_FALSE(allocator->indexManaged(7));
+   EXPECT_EQ(indexOf(7), 7U);
+   release(7);
+   EXPECT_EQ(acquire(20), kInvalidIndex);
+   release(2);
+   EXPECT_EQ(acquire(21), 2U);
+   size(12);
+   EXPECT_EQ(acquire(22), 7U);
+   EXPECT_EQ(acquire(23), 10U);
+}
+
+class AllocatorSizeTest : public AllocatorTest,
+                          public ::testing::WithParamInterface<std::uint32_t> {};
+
+TEST_P(AllocatorSizeTest, EveryIndexOnceThenExhaustedThenReused) {
+   const std::uint32_t n = GetParam();
+   size(n);
+   for (std::uint32_t key = 0; key < n; ++key) {
+      ASSERT_EQ(acquire(key), key);
+   }
+   EXPECT_EQ(acquire(n), kInvalidIndex);
+   const std::set<Index> released{n - 1, n / 2, 0U};
+   for (Index key : released) {
+      release(key);
+   }
+   std::uint64_t next = n + 1;
+   for (Index i : released) {
+      EXPECT_EQ(acquire(next++), i);
+   }
+   EXPECT_EQ(acquire(next), kInvalidIndex);
+   EXPECT_EQ(allocator->totalUsedIndices(), n);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, AllocatorSizeTest,
+                         ::testing::Values(1U, 63U, 64U, 65U, 100U, 4095U, 4097U, 64U * 64U + 1U));
+
+// A million indices: many acquires and releases in a pseudo-random order stay consistent with a
+// model of the free set.
+TEST_F(AllocatorTest, MillionIndicesStayConsistent) {
+   constexpr std::uint32_t n = (1U << 20) + 37U;
+   size(n);
+   for (std::uint32_t key = 0; key < n; ++key) {
+      ASSERT_TRUE(recover(key, key));
+   }
+   ASSERT_EQ(acquire(n), kInvalidIndex);
+   std::set<Index> free;
+   std::vector<std::uint64_t> keyAt(n);
+   for (std::uint32_t i = 0; i < n; ++i) {
+      keyAt[i] = i;
+   }
+   std::mt19937 random(20240611);
+   std::uint64_t nextKey = n;
+   for (int step = 0; step < 100000; ++step) {
+      if (free.empty() || random() % 3 != 0) {
+         const Index i = random() % n;
+         if (!free.contains(i)) {
+            release(keyAt[i]);
+            free.insert(i);
+         }
+      } else {
+         const Index expected = *free.begin();
+         ASSERT_EQ(acquire(nextKey), expected) << "step " << step;
+         keyAt[expected] = nextKey++;
+         free.erase(free.begin());
+      }
+   }
+   EXPECT_EQ(allocator->totalUsedIndices(), n - free.size());
+   for (Index i : free) {
+      ASSERT_TRUE(allocator->indexAvailable(i));
+   }
+   for (std::size_t left = free.size(); left > 0; --left) {
+      ASSERT_EQ(acquire(nextKey++), *free.begin());
+      free.erase(free.begin());
+   }
+   EXPECT_EQ(acquire(nextKey), kInvalidIndex);
+}
+
+// --- the shared-allocator registry ---
+
+class SharedA : public Asic::FirstFreeIndexAllocator {
+ public:
+   static constexpr std::string_view kTypeName = "Test::SharedA";
+   SharedA() : FirstFreeIndexAllocator("sharedA") {}
+   const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<SharedA>(); }
+};
+struct Unregistered {
+   static constexpr std::string_view kTypeName = "Test::Unregistered";
+};
+
+TEST(SharedAllocatorTest, OneAllocatorPerTypeUntilNoTableUsesIt) {
+   using Stub = Asic::GenericIndexAllocatorStub;
+   Stub::factoryIs(Fwk::typeOf<SharedA>(), []() -> Fwk::Ptr<Asic::FirstFreeIndexAllocator> {
+      return Fwk::make<SharedA>();
+   });
+   const auto& tableType = Fwk::typeOf<TalvikL3Decap::IngL3IifTable>();
+   const auto a = TalvikL3Decap::ingL3IifTableFactory();
+   const auto b = TalvikL3Decap::ingL3IifTableFactory();
+   const auto first = Stub::createSharedAllocator(tableType, Fwk::typeOf<SharedA>(), a.get());
+   EXPECT_EQ(&first->typeData(), &Fwk::typeOf<SharedA>());
+   EXPECT_EQ(Stub::createSharedAllocator(tableType, Fwk::typeOf<SharedA>(), b.get()), first);
+   EXPECT_EQ(Stub::createSharedAllocator(tableType, Fwk::typeOf<SharedA>(), b.get()), first);
+   EXPECT_EQ(first->tables(), 2U);
+   Stub::freeSharedAllocator(tableType, Fwk::typeOf<SharedA>(), a.get());
+   EXPECT_EQ(Stub::sharedAllocator(Fwk::typeOf<SharedA>()), first);
+   EXPECT_FALSE(first->hasTable(a.get()));
+   Stub::freeSharedAllocator(tableType, Fwk::typeOf<SharedA>(), b.get());
+   EXPECT_EQ(Stub::sharedAllocator(Fwk::typeOf<SharedA>()), nullptr);
+   EXPECT_EQ(first->refCount(), 1U);
+   const auto second = Stub::createSharedAllocator(tableType, Fwk::typeOf<SharedA>(), a.get());
+   EXPECT_NE(second, first);
+   Stub::freeSharedAllocator(tableType, Fwk::typeOf<SharedA>(), a.get());
+   EXPECT_THROW(Stub::createSharedAllocator(tableType, Fwk::typeOf<Unregistered>(), a.get()),
+                std::invalid_argument);
+   EXPECT_EQ(Stub::sharedAllocator(Fwk::typeOf<Unregistered>()), nullptr);
+}
+
+// --- the index-user tracker ---
+
+using Op = Asic::IndexUserTracker::OpType;
+
+struct TrackerCase {
+   const char* name;
+   std::vector<Op> ops;  // all at index 5
+   std::uint32_t users;
+   std::uint64_t underflows;
+};
+
+class TrackerTest : public ::testing::TestWithParam<TrackerCase> {};
+
+TEST_P(TrackerTest, CountsUsersPerCode) {
+   const auto hwTable = Fwk::make<Asic::HwTable>("t", 8);
+   auto& tracker = *hwTable->indexUserTracker();
+   for (Op op : GetParam().ops) {
+      tracker.update(5, op);
+   }
+   EXPECT_EQ(tracker.users(5), GetParam().users);
+   EXPECT_EQ(tracker.indicesInUse(), GetParam().users ? 1U : 0U);
+   EXPECT_EQ(tracker.underflows(), GetParam().underflows);
+   EXPECT_EQ(tracker.operations(Op::acquire),
+             static_cast<std::uint64_t>(
+                 std::count(GetParam().ops.begin(), GetParam().ops.end(), Op::acquire)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Codes, TrackerTest,
+    ::testing::Values(
+        TrackerCase{"AcquireAddsAUser", {Op::acquire}, 1, 0},
+        TrackerCase{"EmptyAndRefillKeepTheUser", {Op::acquire, Op::empty, Op::refill}, 1, 0},
+        TrackerCase{"ReleaseEndsOneUse", {Op::acquire, Op::acquire, Op::release}, 1, 0},
+        TrackerCase{"ReleaseEmptyEndsTheUse", {Op::acquire, Op::empty, Op::releaseEmpty}, 0, 0},
+        TrackerCase{"ReleaseWithoutUserUnderflows", {Op::release, Op::releaseEmpty}, 0, 2}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace Test
