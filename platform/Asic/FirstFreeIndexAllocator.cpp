@@ -40,17 +40,22 @@ void FirstFreeIndexAllocator::markTaken(Index i) noexcept {
    std::uint64_t& word = taken_[i / 64];
    word |= std::uint64_t{1} << (i % 64);
    if (word == kAllOnes) {
-      fullWords_[i / 64 / 64] |= std::uint64_t{1} << (i / 64 % 64);
+      std::uint64_t& summary = fullWords_[i / 64 / 64];
+      summary |= std::uint64_t{1} << (i / 64 % 64);
+      while (firstOpenSummary_ < fullWords_.size() && fullWords_[firstOpenSummary_] == kAllOnes) {
+         ++firstOpenSummary_;
+      }
    }
 }
 
 void FirstFreeIndexAllocator::markFree(Index i) noexcept {
    taken_[i / 64] &= ~(std::uint64_t{1} << (i % 64));
    fullWords_[i / 64 / 64] &= ~(std::uint64_t{1} << (i / 64 % 64));
+   firstOpenSummary_ = std::min<std::size_t>(firstOpenSummary_, i / 64 / 64);
 }
 
 Index FirstFreeIndexAllocator::lowestFree() const noexcept {
-   for (std::size_t s = 0; s < fullWords_.size(); ++s) {
+   for (std::size_t s = firstOpenSummary_; s < fullWords_.size(); ++s) {
       if (fullWords_[s] == kAllOnes) {
          continue;
       }

@@ -9,8 +9,9 @@
 // stale rows will delete. Reconciliation may still bind a held-back index to its key
 // (`recoverIndexForKey`), and the purge makes the unclaimed ones available again.
 //
-// Free-index search keeps a bitmap of used words plus a summary bitmap of full words, so the
-// lowest free index is found in a few word scans even at a million indices.
+// Free-index search keeps a bitmap of used words plus a summary bitmap of full words, and starts
+// at the lowest summary word that is not full, so the lowest free index is found in a few word
+// scans even at a million indices.
 #pragma once
 
 #include <cstdint>
@@ -117,6 +118,7 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    std::uint32_t heldBackCount_ = 0;
    std::vector<std::uint64_t> taken_;     // bound or held back
    std::vector<std::uint64_t> fullWords_;  // summary: bit w set when taken_[w] is all ones
+   std::size_t firstOpenSummary_ = 0;      // no summary word below it has a free word
    std::vector<std::uint64_t> heldBack_;
    std::vector<GenericKey> owners_;
    std::unordered_map<GenericKey, Index, GenericKeyHash> byKey_;
