@@ -8,6 +8,7 @@
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "Asic/ChipProfile.h"
 #include "Asic/PluginLoader.h"
@@ -193,6 +194,9 @@ RunReport runAgent(const Config& config, const RunOptions& options) {
                              ? KeyIndexStore::read(storePath, rows)
                              : std::nullopt;
    const std::vector<bool> before = valuedRows(chip.state());
+   if (options.recordChip) {
+      report.chipBefore = std::make_shared<const ChipState>(ChipState::copyOf(chip.state()));
+   }
 
    ProfileTable profiles(chip);
    if (report.restart) {
@@ -256,10 +260,14 @@ RunReport runAgent(const Config& config, const RunOptions& options) {
       }
    }
    report.rows = rowFates(chip, before);
+   if (options.recordChip) {
+      report.chipAfter = std::make_shared<const ChipState>(ChipState::copyOf(chip.state()));
+   }
    if (!options.dryRun) {
       chip.state().sync();
       KeyIndexStore::write(storePath, reported);
    }
+   report.keyIndices = std::move(reported);
 
    // The agent ends as a process does: the chip keeps every row.
    table->utilIs(nullptr);

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -55,6 +56,12 @@ struct RunReport {
    std::size_t handlesNotInHardware = 0;  // committed entries that did not reach hardware
    double seconds = 0;
    std::vector<RowFate> rows;       // per decap row
+   // The row each configured key uses, as the agent reports it to its next instance.
+   std::map<std::uint64_t, std::uint32_t> keyIndices;
+   // With RunOptions::recordChip: in-memory copies of the chip's tables as they were before the
+   // run and as the run left them (a dry run's only trace of what it would write).
+   std::shared_ptr<const ChipState> chipBefore;
+   std::shared_ptr<const ChipState> chipAfter;
 };
 
 // The agent's own state store: key to index, as the previous instance reported them.
@@ -74,6 +81,7 @@ struct RunOptions {
    AckPolicy ackPolicy;
    bool useKeyStore = true;
    bool dryRun = false;  // run on an in-memory copy of the chip; write nothing
+   bool recordChip = false;  // fill RunReport::chipBefore and chipAfter
    // Called now and then with (done, total) while the configuration is replayed.
    std::function<void(std::size_t, std::size_t)> progress;
 };
