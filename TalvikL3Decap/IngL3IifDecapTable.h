@@ -53,13 +53,18 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    static constexpr bool readAccess = false;
    static constexpr bool writeAccess = true;
 
+   // A table without hardware table, Util or allocator (SwTable::setUp gives it those), in
+   // configuration replay until doInitComplete. Made through ingL3IifTableFactory().
    IngL3IifTable();
    const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<IngL3IifTable>(); }
 
-   // --- entry handle factory ---
+   // --- entry handle factory: makes the key's handle for the collection (entryHandleIs) ---
    static Fwk::Ptr<EntryHandle> entryHandleFactory(L3TunnelIntfKey key, IngL3IifTable* table);
 
    // --- collections: exact create, replace, delete and notification rules in the .cpp ---
+   // Unresolved entries: values waiting for their needed entry, by key. `Is` returns the key's
+   // member, created when absent; `Del` removes and returns it (null when none); the lookup
+   // gives null when absent.
    Fwk::Ptr<UnresolvedEntry> unresolvedEntryIs(L3TunnelIntfKey key);
    Fwk::Ptr<UnresolvedEntry> unresolvedEntryDel(L3TunnelIntfKey key);
    void unresolvedEntryDelAll();
@@ -68,16 +73,27 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
       return static_cast<std::uint32_t>(unresolvedEntry_.size());
    }
 
-   // Fails with Fwk::ReinstantiationError when the key's handle belongs to another table.
+   // Entry handles by key. The collection holds a real reference to each handle; for a
+   // reference-only handle that hold does not count as a use (Fwk/Ptr.h, AsicSwTable/README.md).
+   // The key's handle, created when absent. Fails with Fwk::ReinstantiationError when the key's
+   // handle belongs to another table.
    Fwk::Ptr<EntryHandle> entryHandleIs(L3TunnelIntfKey key, IngL3IifTable* table);
+   // Removes and returns the key's handle (null when none); the collection's hold leaves with it.
    Fwk::Ptr<EntryHandle> entryHandleDel(L3TunnelIntfKey key);
    void entryHandleDelAll();
+   // The key's handle, or null.
    Fwk::Ptr<EntryHandle> entryHandle(L3TunnelIntfKey key) const;
    bool entryHandleHas(L3TunnelIntfKey key) const { return entryHandle_.contains(key); }
    // Number of entry handles.
    std::uint32_t entrys() const noexcept { return static_cast<std::uint32_t>(entryHandle_.size()); }
 
+   // Resolved entries: the value each key's row gets, an empty optional for an empty row (the
+   // first step of a deletion). Stores the value and, when it changed by the entry's equality,
+   // runs handleEntry (which programs, reconciles or empties the row) before publishing and
+   // returning. The engine calls it through its setResolvedEntry.
    void resolvedEntryIs(L3TunnelIntfKey key, const std::optional<Entry>& value);
+   // Removes the key's resolved entry and runs handleEntry, which deletes the row and releases
+   // the index; returns what was stored.
    std::optional<Entry> resolvedEntryDel(L3TunnelIntfKey key);
    void resolvedEntryDelAll();
    // The key's resolved entry: null when absent, else a pointer to the stored optional.
@@ -87,10 +103,13 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
       return static_cast<std::uint32_t>(resolvedEntry_.size());
    }
 
-   // Synced entries: rows read back from hardware after a restart, by index.
+   // Synced entries: rows read back from hardware after a restart, by index. The Util's
+   // syncEntries records each row with syncedEntryIs (a later call for the index replaces it).
    void syncedEntryIs(Asic::Index index, const Entry& entry);
+   // Removes and returns the row read back at the index (a default Entry when none).
    Entry syncedEntryDel(Asic::Index index);
    void syncedEntryDelAll();
+   // The row read back at the index: a default Entry, or nothing, when there is none.
    Entry syncedEntry(Asic::Index index) const;
    std::optional<Entry> syncedEntryGet(Asic::Index index) const;
    bool syncedEntryHas(Asic::Index index) const { return syncedEntry_.contains(index); }
@@ -100,57 +119,116 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    class SyncedEntryIterator;
    // A walk in ascending index order from the first member whose index is not below `from`.
    SyncedEntryIterator syncedEntryIter(Asic::Index from = 0) const;
+   // Removes the walk's current member; the walk goes on from it.
    Entry syncedEntryDel(const SyncedEntryIterator& it);
 
+   // The index allocator: null until doCreateAllocator and after cleanup.
    const Fwk::Ptr<Asic::FirstFreeIndexAllocator>& indexAllocator() const noexcept {
       return indexAllocator_;
    }
+   // Installs an allocator and publishes the change.
    void indexAllocatorIs(const Fwk::Ptr<Asic::FirstFreeIndexAllocator>& allocator);
    // Installs without publishing (the engine's own-allocator path).
    void indexAllocatorSet(Fwk::Ptr<Asic::FirstFreeIndexAllocator> allocator) noexcept {
       indexAllocator_ = std::move(allocator);
    }
 
+   // The write-response state machine through which a chip plug-in delivers the hardware's
+   // acknowledgements: null until doInitComplete (of a table with a hardware table).
    const Fwk::Ptr<Asic::WriteResponseSm>& writeResponseSm() const noexcept {
       return writeResponseSm_;
    }
+   // Creates it for `swTable` with notification on (kept when it already serves that table).
    Fwk::Ptr<Asic::WriteResponseSm> writeResponseSmIs(Asic::SwTable* swTable);
+   // Removes it with notification off and returns it (null when none).
    Fwk::Ptr<Asic::WriteResponseSm> writeResponseSmDel();
 
+   // The Util from the chip plug-in (SwTable::setUp), or null: the table then touches no
+   // hardware.
    const Util* util() const noexcept;
 
    // --- client operations ---
+   // All run synchronously: resolution, processing, programming and the Util's hardware calls
+   // happen inside them (see AsicSwTable/SwTableAccessor.h).
+   //
+   // References `entry` at `key`: it lives while clients hold the returned handle (or while it
+   // is committed). The key's current value again returns the key's handle and writes nothing.
+   // Never null. The handle's states follow the entry: unresolved while it waits for its needed
+   // entry, inProgress once written, success once hardware acknowledged the write
+   // (failedNeededEntry, hwIndexExhausted when it cannot be written).
    Fwk::Ptr<const Asic::SwTableBase::EntryHandle> entryRef(const L3TunnelIntfKey& key,
                                                            const Entry& entry);
+   // Commits `entry` at `key`: the table keeps it until entryRemove, whether or not clients hold
+   // the handle. A different value replaces the key's value and rewrites its row. Never null.
    Fwk::Ptr<const Asic::SwTableBase::EntryHandle> entryCommit(const L3TunnelIntfKey& key,
                                                               const Entry& entry);
+   // Withdraws the commitment: the entry becomes reference-only and goes when its last client
+   // reference goes (here, if none is left). A row in hardware then goes in two steps: written
+   // empty, and deleted when hardware acknowledges the empty row (the delete dance). A key
+   // without a committed entry is left as it is. Never throws.
    void entryRemove(L3TunnelIntfKey key);
+   // Processes a change of the key's resolved entry; the resolved-entry mutators run it.
    void handleEntry(L3TunnelIntfKey key);
+   // The key's newest value: its unresolved entry, else its resolved one, else a default Entry.
    Entry entry(const L3TunnelIntfKey& key) const;
+   // True when the key has an entry that is not being deleted.
    bool entryHas(const L3TunnelIntfKey& key) const;
+   // True when the key's row is written or being written (inProgress, indexReconciled, success).
    bool entryInHwTable(const L3TunnelIntfKey& key) const;
+   // A walk over every entry: the unresolved ones first, then the resolved ones with a value;
+   // from a key, a walk positioned at that key's entry (done when it has none).
    using EntryIteratorConst = Asic::SwTable::EntryIteratorConst<IngL3IifTable>;
    EntryIteratorConst entryIteratorConst() const;
    EntryIteratorConst entryIteratorConst(L3TunnelIntfKey key) const;
+   // entryRemove for every key, each handle released as its client would. Fatal on a restarted
+   // table with a Util whose read-back rows were not purged yet (purgeStaleEntries first).
    void entryRemoveAll();
+   // Teardown: disconnects the handles from the table, deletes the resolved entries (with a
+   // Util, their rows too), gives a shared allocator back and deletes the index-user tracker. An
+   // agent that stops and leaves its rows to its next life sets the Util to null first.
    void cleanup();
 
    // --- restart ---
+   // The class-level recovery services of a restart; they record each request with
+   // Asic::RecoveryLog (reading rows back is syncEntries' job).
    static void doRecoverHwTable(const Fwk::Ptr<Asic::HwTableRecoverGroup>& rg,
                                 Asic::UnitId unitId, const Fwk::Ptr<Vosk::EntityManager>& em,
                                 const Asic::ChipInfo& chipInfo);
    static void doMountHwTableMountInfo(const Fwk::Ptr<Vosk::MountGroup>& mg);
    static void doMountHwTableRecoveryStatus(const Fwk::Ptr<Vosk::MountGroup>& mg);
+   // During the replay, before the key's entry is replayed: binds the key to the row it used
+   // before the restart (as the agent remembered it, e.g. from
+   // hwIndexOnlyForCrossAgentCommunication), mapped through Util::dependentFieldValueToHwIndex.
+   // Fatal after the replay, for a key that already has a handle, or for a row another key holds.
    void bindKeyToIndex(L3TunnelIntfKey key, Asic::Index hwIndex);
+   // The index other tables' dependent fields (and other agents) use for the key's entry;
+   // invalid when the key has no handle or no index.
    Asic::Index hwIndexOnlyForCrossAgentCommunication(L3TunnelIntfKey key) const;
+   // The key of this table bound to the row, if any. A chip plug-in uses it to name the key a
+   // write's acknowledgement is for.
    std::optional<L3TunnelIntfKey> swKeyFromHwIndex(Asic::Index hwIndex) const;
 
    // --- operations the platform calls ---
+   // Creates the allocator (doInitAllocator) and counts the indices it already has in use on the
+   // hardware table. SwTable::setUp calls it.
    void doCreateAllocator() override;
+   // The user file's choice of allocator: an own one when the chip profile's
+   // L3NextHopAttributes give tunnel interfaces an index space of their own, else the one shared
+   // with the L3 interface table; sized to numEntries(). Fatal without those attributes.
    void doInitAllocator();
+   // End of initialisation: ends the configuration replay, programs what reconciliation left
+   // undecided (first the entries with index suggestions, then the others as new rows) and turns
+   // write responses on (writeResponseSm).
    void doInitComplete() override;
+   // Restart, before the replay: reads the rows back through the Util into the synced entries
+   // and holds their indices back in the allocator until the purge. Fatal without a hardware
+   // table or once entries have been resolved.
    void syncEntries() override;
+   // After doInitComplete: deletes the read-back rows nobody claimed, gives back the indices of
+   // keys bound but never committed, and programs the entries that found no index while rows
+   // were held back.
    void purgeStaleEntries() override;
+   // The handle of the L3TunnelIntfKey at `key`, or null (the write-response path).
    Fwk::Ptr<Asic::SwTable::EntryHandle> getEntryHandle(const void* key) const override;
 
    // The table's "SwTableStat" trace handle (statistics line of the purge).
@@ -177,6 +255,7 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    std::uint64_t syncedEntryVersion_ = 0;  // bumped by every membership change
 };
 
+// A new table, held by the returned pointer.
 Fwk::Ptr<IngL3IifTable> ingL3IifTableFactory();
 
 // --- the entry record ---
@@ -187,7 +266,11 @@ class IngL3IifTable::Entry : public Asic::EntryBase {
    static constexpr bool getBlockSizeDefinedByUser = false;
    static constexpr std::uint64_t numDependentFields = 1;
 
+   // The default entry: no profile handle, every field zero or false.
    Entry() noexcept : EntryBase(sizeof(Entry)) {}
+   // A value that needs the profile entry `handle`: it waits until the handle has a hardware
+   // index, which resolution then puts in l3IifProfileIndex. With a null handle the value needs
+   // nothing and `profileIndex` is written as given.
    Entry(Fwk::Ptr<const Asic::SwTableBase::EntryHandle> handle, std::uint8_t profileIndex,
          bool ipv4UcEnable, bool ipv6UcEnable, bool trustDscp, std::uint32_t vrf) noexcept;
    Entry(const Entry&) = default;
@@ -198,8 +281,11 @@ class IngL3IifTable::Entry : public Asic::EntryBase {
    // Parses the text form; see strepToValue for whole strings.
    explicit Entry(Fwk::CharRange& text);
 
+   // Equal when they need the same profile handle (not its index) and have the same flags and
+   // VRF: a new index of the same profile alone is not a new value.
    static bool isEq(const void* a, const void* b) noexcept;
    bool operator==(const Entry& o) const noexcept { return isEq(this, &o); }
+   // Orders by the profile handle's address, then the flags, then the VRF.
    std::strong_ordering operator<=>(const Entry& o) const noexcept;
 
    Fwk::Ptr<const Asic::SwTableBase::EntryHandle> l3IifProfileIndexHandle;
@@ -210,6 +296,8 @@ class IngL3IifTable::Entry : public Asic::EntryBase {
    std::uint32_t vrf = 0;
 };
 
+// The entry's text form, TalvikL3Decap::IngL3IifTable::Entry{l3IifProfileIndexHandle=..., ...}
+// (Fwk/TextForm.h), which Entry(Fwk::CharRange&) and strepToValue read back.
 std::ostream& operator<<(std::ostream& os, const IngL3IifTable::Entry& entry);
 std::string toText(const IngL3IifTable::Entry& entry);
 
@@ -226,6 +314,7 @@ class IngL3IifTable::EntryHandle : public Asic::SwTable::EntryHandle {
    static constexpr std::string_view kTypeName = "TalvikL3Decap::IngL3IifTable::EntryHandle";
    using Position = PendingEntryQueue<Entry>::Position;
 
+   // Made by the table's collection; clients get handles from entryRef and entryCommit.
    EntryHandle(L3TunnelIntfKey key, IngL3IifTable* table);
    const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<EntryHandle>(); }
    // Handles alive in the process, of every table instance (leak checks). Handles live on their
@@ -234,13 +323,18 @@ class IngL3IifTable::EntryHandle : public Asic::SwTable::EntryHandle {
    std::string entityText() const override;
 
    L3TunnelIntfKey key() const noexcept { return key_; }
+   // The handle's table; null once the handle is disconnected (removed, or the table cleaned
+   // up). The handle holds a reference to its table while connected.
    IngL3IifTable* swTable() const noexcept { return swTable_.get(); }
    void swTableIs(IngL3IifTable* table);
 
+   // The engine's clean-up of this handle, as when its last client lets go (lastUserGone).
    void cleanup();
 
-   // --- pending-entry queue ---
+   // --- pending-entry queue: values whose replacement hardware has not confirmed yet ---
+   // Appends a value (published by its position).
    void pendingEntryEnq(const Entry& entry);
+   // Removes and returns the oldest value; the reads give a default Entry when there is none.
    Entry pendingEntryDeq();
    Entry pendingEntryFront() const;
    Entry pendingEntryBack() const;
@@ -250,7 +344,10 @@ class IngL3IifTable::EntryHandle : public Asic::SwTable::EntryHandle {
    std::uint32_t pendingEntrys() const noexcept { return pending_.size(); }
    const PendingEntryQueue<Entry>& pendingQueue() const noexcept { return pending_; }
 
+   // The index other tables' dependent fields put in: the Util's answer, else the handle's own.
    Asic::Index hwIndexForDependentField() const override;
+   // During the replay, rows a dependent table suggests for this key: kept in the key's index
+   // helper and tried against the rows read back.
    void handleIndexSuggestions(const Asic::IndexSet& suggestions) const override;
 
   protected:
@@ -273,6 +370,7 @@ class IngL3IifTable::UnresolvedEntry : public Asic::SwTable::UnresolvedEntry {
    static constexpr std::string_view kTypeName =
        "TalvikL3Decap::IngL3IifTable::UnresolvedEntry";
 
+   // Made by the table's collection (unresolvedEntryIs).
    UnresolvedEntry(L3TunnelIntfKey key, IngL3IifTable* table);
    const Fwk::TypeDescriptor& typeData() const override {
       return Fwk::typeOf<UnresolvedEntry>();
@@ -282,9 +380,12 @@ class IngL3IifTable::UnresolvedEntry : public Asic::SwTable::UnresolvedEntry {
       return static_cast<IngL3IifTable*>(swTableBase());
    }
 
+   // Its needed entry is ready: the value becomes the key's resolved entry.
    void doResolve() override;
+   // Its needed entry failed: the key's handle goes to failedNeededEntry.
    void markFailedNeededEntry() override;
 
+   // The value waiting.
    Entry entry;
 
   private:
@@ -308,8 +409,10 @@ class VekSyncedEntry : public Fwk::Entity {
 class IngL3IifTable::SyncedEntryIterator {
   public:
    bool done() const noexcept { return !current_; }
+   // The current member's index and row; only while not done.
    Asic::Index index() const noexcept { return current_->index; }
    const Entry& entry() const noexcept { return current_->entry; }
+   // To the member with the next higher index.
    void advance();
 
   private:
@@ -326,9 +429,14 @@ class IngL3IifTable::SyncedEntryIterator {
 class IngL3IifTable::Util : public Asic::SwTable::Util {
   public:
    static constexpr std::string_view kTypeName = "TalvikL3Decap::IngL3IifTable::Util";
+   // `name` names the chip-specific Util (its feature name).
    explicit Util(const std::string& name) : Asic::SwTable::Util(name) {}
    const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<Util>(); }
 
+   // Every operation runs on the table's thread, inside the engine operation that needs it; none
+   // may call back into the table's client operations. Rows, acknowledgements and counters a
+   // Util keeps change in const operations, so they are `mutable`.
+   //
    // Lowest and highest hardware index of the table.
    virtual std::uint32_t minIndex() const = 0;
    virtual std::uint32_t maxIndex() const = 0;
@@ -358,6 +466,7 @@ class IngL3IifTable::Util : public Asic::SwTable::Util {
    virtual Asic::Index hwIndexForDependentField(
        const Fwk::Ptr<const Asic::SwTableBase::EntryHandle>& hdl) const;
 
+   // The handle's own hardware index.
    Asic::Index getHwIndex(const Fwk::Ptr<const Asic::SwTableBase::EntryHandle>& hdl) const;
 
   protected:
@@ -373,10 +482,12 @@ class IngL3IifTable::UtilLoader : public Asic::LoaderSingleton {
 
    explicit UtilLoader(const std::string& name) : LoaderSingleton(name) {}
    const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<UtilLoader>(); }
+   // The plug-in's file: libAsicFeature-TalvikL3Decap-IngL3IifTable.so (Asic/PluginLoader.h).
    std::string prefixPath() const override { return "AsicFeature"; }
    std::string suffixPath() const override { return "TalvikL3Decap::IngL3IifTable"; }
 
-   // The process's loader, created and run once (thread-safe) on first use.
+   // The process's loader, created and run once (thread-safe) on first use. The library uses it
+   // when it is loaded, so the plug-in is loaded, and L3DECAP_PLUGIN_PATH read, before main().
    static Fwk::Ptr<UtilLoader> loaderSingletonIs();
 };
 

@@ -12,6 +12,7 @@ class Feature : public Fwk::Entity {
   public:
    static constexpr std::string_view kTypeName = "Asic::Feature";
    const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<Feature>(); }
+   // The name given at construction (a Util's: the chip plug-in's name for it).
    const std::string& featureName() const noexcept { return name_; }
 
   protected:

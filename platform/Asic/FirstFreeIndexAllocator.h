@@ -32,10 +32,12 @@ struct GenericKey {
    const Fwk::TypeDescriptor* type = nullptr;
    std::uint64_t bits = 0;
 
+   // The key at `key`, of the small key type `type`.
    static GenericKey of(const Fwk::TypeDescriptor& type, const void* key) {
       return GenericKey{&type, type.keyBits(key)};
    }
    bool operator==(const GenericKey&) const = default;
+   // The key's text form ("none" for no key).
    std::string text() const { return type ? type->keyText(bits) : std::string("none"); }
 };
 
@@ -50,6 +52,7 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
   public:
    static constexpr std::string_view kTypeName = "Asic::FirstFreeIndexAllocator";
 
+   // An allocator with no index yet (numIndicesIs sizes it).
    explicit FirstFreeIndexAllocator(std::string name);
    const Fwk::TypeDescriptor& typeData() const override {
       return Fwk::typeOf<FirstFreeIndexAllocator>();
@@ -60,6 +63,7 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    // Sizes the index space. Shrinking below an index in use or held back keeps that index
    // reachable until it is released.
    void numIndicesIs(std::uint32_t n);
+   // Set once the owning table has sized it (doInitAllocator).
    bool initialized() const noexcept { return initialized_; }
    void initializedIs(bool initialized) noexcept { initialized_ = initialized; }
 
@@ -91,6 +95,7 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    // The indices bound to keys of one type, ascending.
    std::vector<Index> indicesBoundTo(const Fwk::TypeDescriptor& type) const;
 
+   // Indices bound to keys, and indices held back, now.
    std::uint32_t totalUsedIndices() const noexcept { return used_; }
    std::uint32_t heldBackIndices() const noexcept { return heldBackCount_; }
 

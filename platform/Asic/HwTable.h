@@ -24,12 +24,16 @@ class IndexUserTracker : public Fwk::Entity {
       empty = 3,         // a row's value is replaced by an empty row; the row stays in use
       releaseEmpty = 4,  // an emptied row is deleted: one user less
    };
+   // "acquire", "refill", "release", "empty", "releaseEmpty".
    static const char* opTypeName(OpType op) noexcept;
 
    // Adds a row that was in use before a restart (one user).
    void recoveredIndexIs(Index index) { ++users_[index]; }
+   // Applies one report of a change of use (the codes above). A chip plug-in's
+   // updateHwIndexRefCountTracker forwards the engine's reports here.
    void update(Index index, OpType op);
 
+   // Users of the index now, and reports of one code so far.
    std::uint32_t users(Index index) const noexcept;
    std::uint64_t operations(OpType op) const noexcept { return operations_.at(op); }
    // Releases of an index that had no user: a report the engine should never make.
@@ -52,11 +56,13 @@ class HwTable : public Fwk::Entity {
   public:
    static constexpr std::string_view kTypeName = "Asic::HwTable";
 
+   // A hardware table of `size` rows, with its index-user tracker.
    HwTable(std::string name, std::uint32_t size);
 
    const std::string& name() const noexcept { return name_; }
    std::uint32_t size() const noexcept { return size_; }
 
+   // Rows counted as used: the indices a table's allocator already had in use at set-up.
    std::uint32_t usedEntryCount() const noexcept { return usedEntryCount_; }
    void usedEntryCountInc(std::uint32_t n) noexcept { usedEntryCount_ += n; }
 

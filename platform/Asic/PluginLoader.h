@@ -34,9 +34,12 @@ class LoaderSingleton : public Fwk::Entity {
    enum class LoadStatus : std::uint8_t { notLoaded, loaded, notFound, refused, failed };
 
    const std::string& name() const noexcept { return name_; }
+   // The two parts of the plug-in's file name (see Naming above).
    virtual std::string prefixPath() const = 0;
    virtual std::string suffixPath() const = 0;
 
+   // What the load did: loaded; notFound (no file on the search path: no hardware access);
+   // refused (a bad search path); failed (the file did not load); notLoaded (not tried yet).
    LoadStatus loadStatus() const noexcept { return status_; }
    // The plug-in file loaded or tried, and the reason when it was not loaded.
    const std::string& pluginFile() const noexcept { return file_; }
@@ -57,6 +60,7 @@ class LoaderSingleton : public Fwk::Entity {
 struct PluginLoader {
    static constexpr const char* kSearchPathVariable = "L3DECAP_PLUGIN_PATH";
 
+   // The plug-in's file name: lib<prefix>-<suffix with "::" as "-">.so.
    static std::string fileName(std::string_view prefix, std::string_view suffix);
    // Splits and checks a search path; throws std::invalid_argument naming the offending entry.
    static std::vector<std::string> parseSearchPath(std::string_view searchPath);
@@ -71,8 +75,14 @@ struct PluginLoader {
 
 // Util factories registered by loaded plug-ins, by table type name.
 struct UtilFactories {
+   // Makes a Util for one table instance; may return null (no Util for it).
    using Factory = Fwk::Ptr<SwTable::Util> (*)();
+   // Registers (or replaces) the factory of a table type, by the type's name (its kTypeName). A
+   // plug-in calls it from its static initialisation, that is while it is being loaded.
+   // Thread-safe.
    static void factoryIs(std::string_view tableType, Factory factory);
+   // The table type's factory, or null when no loaded plug-in registered one. SwTable::setUp
+   // calls it.
    static Factory factory(std::string_view tableType);
 };
 

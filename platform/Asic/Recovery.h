@@ -46,9 +46,12 @@ struct RecoveryRequest {
    std::string chipName;
 };
 
+// The process's record of recovery requests (thread-safe).
 struct RecoveryLog {
+   // Every request so far, in order.
    static std::vector<RecoveryRequest> requests();
    static void clear();
+   // Records one request (the recovery services of SwTable::Util call it).
    static void requestIs(RecoveryRequest request);
 };
 

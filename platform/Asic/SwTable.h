@@ -38,6 +38,7 @@ class SwTable : public SwTableBase {
       noSyncedEntry = 3,
       hwEntryDeleted = 4,
    };
+   // The status's name, e.g. "reconciledMatch".
    static const char* reconciliationStatusName(ReconciliationStatus status) noexcept;
 
    // What a key's resolved entry held just before its latest change.
@@ -66,6 +67,9 @@ class SwTable : public SwTableBase {
 
    // --- the chip-specific utility object; null until the platform gives the table one ---
    const Util* util() const noexcept { return util_.get(); }
+   // Gives the table its Util, or takes it away (null): without one the table touches no
+   // hardware. An agent that ends and leaves its rows in hardware for its next life takes the
+   // Util away before the table's clean-up.
    void utilIs(const Fwk::Ptr<Util>& util);
 
    // --- the platform hardware table; null until the platform creates it ---
@@ -81,6 +85,7 @@ class SwTable : public SwTableBase {
    // --- restart: false while the agent replays its configuration ---
    bool configReplayComplete() const noexcept { return configReplayComplete_; }
    bool configReplayInProgress() const noexcept { return !configReplayComplete_; }
+   // Publishes a change; doInitComplete sets it.
    void configReplayCompleteIs(bool complete);
 
    // --- attributes that carry information between the engine's steps ---
@@ -91,7 +96,7 @@ class SwTable : public SwTableBase {
    bool hwResponseNeeded() const noexcept { return hwResponseNeeded_; }
    void hwResponseNeededIs(bool needed) noexcept { hwResponseNeeded_ = needed; }
 
-   // --- reconciliation statistics ---
+   // --- reconciliation statistics: outcomes counted since the table was made ---
    void updateStatistic(ReconciliationStatus status) noexcept { ++statistics_.counts.at(status); }
    const Statistics& statistics() const noexcept { return statistics_; }
 
@@ -146,6 +151,7 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
 class SwTable::IndexHelper : public Fwk::PtrInterface {
   public:
    bool has(Index i) const noexcept;
+   // Adds a candidate (once).
    void indexIs(Index i);
    void indexDel(Index i) noexcept;
    std::size_t size() const noexcept { return indices_.size(); }
@@ -164,6 +170,7 @@ namespace Asic {
 class SwTable::UnresolvedEntry : public SwTableBase::UnresolvedEntry {
   public:
    SwTable* swTableBase() const noexcept { return swTable_; }
+   // Whether the table's Util publishes indices in handles (false without a Util).
    bool publishHwIndexInHandle() const override;
 
   protected:

@@ -26,6 +26,7 @@ class SwTableBase : public Fwk::Entity {
       failedNeededEntry = 5,
       hwIndexExhausted = 6,
    };
+   // The state's name, e.g. "inProgress".
    static const char* entryStateName(EntryState state) noexcept;
 
    class EntryHandle;
@@ -60,6 +61,8 @@ class SwTableBase::EntryHandle : public Fwk::Entity {
 
    enum EntryType : std::uint8_t { unset = 0, referenceOnly = 1, committed = 2, inDeletion = 3 };
 
+   // The entry's hardware index; invalid until one is published (a Util that publishes indices
+   // in handles, a reconciled index after a restart, PUBLISH_ENTRY_HANDLE_PROGRAMMED_STATE).
    Index hwIndex() const noexcept { return hwIndex_; }
    // Sets the index; publishes "hwIndex" and wakes watchers when it changes.
    void hwIndexIs(Index index);
@@ -68,9 +71,15 @@ class SwTableBase::EntryHandle : public Fwk::Entity {
    // Stores the state, publishes "entryState", runs handleEntryState() and wakes watchers.
    void entryStateIs(EntryState state);
 
+   // unset, referenceOnly (lives while clients hold it), committed (kept until entryRemove),
+   // inDeletion (its row is being emptied and deleted). The raw setter: the engine also keeps
+   // the collection's uncounted hold in step (AsicSwTable/WritePath.h).
    std::uint8_t entryType() const noexcept { return entryType_; }
    void entryTypeIs(std::uint8_t type) noexcept { entryType_ = type; }
 
+   // The state of the key's row in hardware: inProgress once written, success once
+   // acknowledged, indexReconciled when adopted after a restart, hwIndexExhausted when no index
+   // was free. Set through SwTable::EntryHandle::resolvedEntryStateIs.
    EntryState resolvedEntryState() const noexcept { return resolvedEntryState_; }
 
    // The index a dependent field of another table puts in to refer to this entry.
@@ -101,10 +110,12 @@ class SwTableBase::EntryHandle : public Fwk::Entity {
 // (see UnresolvedEntry::neededEntryHandleReady); tells its entry when the handle fails.
 class SwTableBase::NeededEntryHandleSm : public Fwk::PtrInterface {
   public:
+   // Made by UnresolvedEntry::neededEntryHandleSmIs; starts watching `watched`.
    NeededEntryHandleSm(UnresolvedEntry* owner, const Fwk::Ptr<const EntryHandle>& watched);
    ~NeededEntryHandleSm() override;
 
    const Fwk::Ptr<const EntryHandle>& watched() const noexcept { return watched_; }
+   // True once the watched handle was ready, or the unresolved entry went away.
    bool finished() const noexcept { return owner_ == nullptr; }
 
   private:
@@ -131,9 +142,12 @@ class SwTableBase::UnresolvedEntry : public Fwk::Entity {
 
    // Registers a state machine that watches `h`; it counts as outstanding until `h` is ready.
    Fwk::Ptr<NeededEntryHandleSm> neededEntryHandleSmIs(const Fwk::Ptr<const EntryHandle>& h);
+   // Outstanding state machines.
    std::size_t neededEntryHandleSms() const noexcept { return sms_.size(); }
 
+   // Run when the last outstanding needed handle became ready.
    virtual void doResolve() = 0;
+   // Run when a needed handle failed (neededEntryHandleFailed).
    virtual void markFailedNeededEntry() = 0;
    // Whether the dependent table's Util publishes hardware indices in handles (readiness rule).
    virtual bool publishHwIndexInHandle() const { return false; }

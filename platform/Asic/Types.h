@@ -13,6 +13,7 @@ namespace Asic {
 using Index = std::uint32_t;
 constexpr Index kInvalidIndex = 0xFFFFFFFFU;
 
+// True for an index that is there and invalid: the allocator had none to give.
 inline bool isExhausted(std::optional<Index> index) noexcept {
    return index.has_value() && *index == kInvalidIndex;
 }

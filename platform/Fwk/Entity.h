@@ -14,8 +14,11 @@ class Entity : public PtrInterface {
   public:
    static constexpr std::string_view kTypeName = "Fwk::Entity";
 
+   // The entity's type descriptor; each concrete entity type returns its own.
    virtual const TypeDescriptor& typeData() const { return typeOf<Entity>(); }
+   // Where observers register to be told of the entity's changes.
    Publisher& publisher() const noexcept { return publisher_; }
+   // The framework's hook for a change of parent; nothing here uses it.
    virtual void handleParent(const Ptr<Entity>& /*parent*/) {}
    // The entity's one-line text form: its directory name if it has one, else its type name and
    // address.

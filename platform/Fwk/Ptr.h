@@ -41,6 +41,7 @@ class PtrInterface {
    PtrInterface(const PtrInterface&) = delete;
    PtrInterface& operator=(const PtrInterface&) = delete;
 
+   // Takes one hold. Prefer a Ptr, which takes and drops holds itself.
    void refInc() const noexcept {
       if (Detail::multiThreaded) {
          holders_.fetch_add(1, std::memory_order_relaxed);
@@ -48,19 +49,23 @@ class PtrInterface {
          holders_.store(holders_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
       }
    }
+   // Drops one hold: the last user gone runs lastUserGone(), the last holder gone deletes.
    void refDec() const noexcept;
 
    // Number of users: holders, less the uncounted holder if there is one.
    std::uint32_t refCount() const noexcept {
       return holders_.load(std::memory_order_relaxed) - (uncountedHolder_ ? 1U : 0U);
    }
+   // Number of holders, the uncounted one included.
    std::uint32_t holderCount() const noexcept { return holders_.load(std::memory_order_relaxed); }
 
+   // Whether one holder is flagged as not counting as a user.
    bool uncountedHolder() const noexcept { return uncountedHolder_; }
    // Marks (or unmarks) one existing holder as not counting as a user. Marking it may drop the
    // user count to zero, which runs `lastUserGone()`.
    void uncountedHolderIs(bool uncounted) noexcept;
 
+   // True once the entity's destructor has begun.
    bool underDestruction() const noexcept { return underDestruction_; }
 
   protected:
@@ -92,6 +97,8 @@ class PtrInterface {
    std::uint8_t fwkFlags_ = 0;
 };
 
+// The intrusive pointer: each non-null Ptr is one holder of its object. Copies take a hold,
+// moves pass it on, destruction and reset drop it.
 template <class T>
 class Ptr {
   public:
@@ -159,11 +166,13 @@ class Ptr {
    T* p_ = nullptr;
 };
 
+// Creates a T; the returned pointer is its first holder.
 template <class T, class... Args>
 Ptr<T> make(Args&&... args) {
    return Ptr<T>(new T(std::forward<Args>(args)...));
 }
 
+// The object as a T (a dynamic_cast), or null when it is not one.
 template <class T, class U>
 Ptr<T> ptr_cast(const Ptr<U>& p) noexcept {
    return Ptr<T>(dynamic_cast<T*>(p.get()));

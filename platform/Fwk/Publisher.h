@@ -23,12 +23,14 @@ struct ChangeKey {
    const TypeDescriptor* type = nullptr;
    std::uint64_t bits = 0;
 
+   // The key of a member keyed by `key`, a small key type (Fwk/TypeDescriptor.h).
    template <class K>
    static ChangeKey of(const K& key) {
       const auto& t = typeOf<K>();
       return ChangeKey{&t, t.keyBits(&key)};
    }
    bool isEq(const ChangeKey& o) const noexcept { return type == o.type && bits == o.bits; }
+   // The key's text form; empty for a plain attribute.
    std::string text() const { return type ? type->keyText(bits) : std::string(); }
 };
 
@@ -43,6 +45,7 @@ struct Change {
 class Observer {
   public:
    virtual ~Observer() = default;
+   // Told of one change, synchronously, inside the operation that made it.
    virtual void onChange(const Change& change) = 0;
 };
 
@@ -54,8 +57,11 @@ class Publisher {
    ~Publisher();
 
    bool hasObservers() const noexcept { return observers_ != nullptr && !observers_->empty(); }
+   // Registers an observer once (not owned; it must unregister before it goes).
    void observerIs(Observer* o);
    void observerDel(Observer* o);
+   // Tells every observer registered when the call began, in registration order. An observer
+   // may unregister while being told.
    void publish(const Change& change) const;
 
   private:
@@ -66,6 +72,7 @@ class Publisher {
 // when the change carries a previous value). For tests and diagnostics.
 class RecordingObserver : public Observer {
   public:
+   // Registers with the entity's publisher; unregisters when destroyed.
    explicit RecordingObserver(const Entity& entity);
    ~RecordingObserver() override;
    RecordingObserver(const RecordingObserver&) = delete;

@@ -111,8 +111,11 @@ class TraceFile {
    bool isRegistered(const MessageSite& site) const noexcept;
    // Registers the site's message and stores the identifier in `site.id`.
    void registerMessage(MessageSite& site);
+   // Writes one record of a site registered with this file (nothing for another) into the next
+   // slot, over the oldest record when the ring is full.
    void write(const MessageSite& site, const Arg* args, std::size_t count) noexcept;
 
+   // Records written so far; also the next record's sequence number.
    std::uint64_t recordsWritten() const noexcept;
    // The raw image (header, message table, ring), as the decoder reads it.
    std::string_view image() const noexcept;
@@ -139,12 +142,14 @@ class TraceFile {
 // The process's default ring-buffer trace handle. It may be absent (no record is written).
 class Handle {
   public:
+   // Owns the trace file that records go to.
    explicit Handle(std::unique_ptr<TraceFile> file) : file_(std::move(file)) {}
    TraceFile* file() const noexcept { return file_.get(); }
 
   private:
    std::unique_ptr<TraceFile> file_;
 };
+// The default handle, or null (then FWK_RING_TRACE writes nothing and builds nothing).
 Handle* defaultHandle() noexcept;
 
 // Installs (or with null removes) the default handle; returns the previous one. Not to be called

@@ -42,6 +42,8 @@ class Handle {
    Handle& operator=(const Handle&) = delete;
 
    const std::string& name() const noexcept { return name_; }
+   // Whether lines of `level` are emitted; levels() is the mask of enabled levels (bit N:
+   // level N). The setters override configured levels for this handle.
    bool enabled(Level level) const noexcept {
       return (mask_.load(std::memory_order_relaxed) >> level) & 1U;
    }
@@ -73,6 +75,7 @@ struct Record {
 class Sink {
   public:
    virtual ~Sink() = default;
+   // Called for every emitted line, on the thread that emits it.
    virtual void write(const Record& record) = 0;
 };
 
@@ -98,6 +101,7 @@ class FileSink : public Sink {
 class MemorySink : public Sink {
   public:
    void write(const Record& record) override;
+   // A copy of the records kept so far.
    std::vector<Record> records() const;
    // The texts only, optionally only those of one handle.
    std::vector<std::string> texts(std::string_view handle = {}) const;

@@ -19,6 +19,8 @@ class TypeDescriptor {
   public:
    using KeyTextFn = std::string (*)(std::uint64_t bits);
 
+   // Registers the descriptor by name (find). `keySize` and `keyText` describe a small key type
+   // (0 and null otherwise). Made once per type by typeOf<T>().
    TypeDescriptor(std::string_view name, std::size_t keySize, KeyTextFn keyText);
    TypeDescriptor(const TypeDescriptor&) = delete;
    TypeDescriptor& operator=(const TypeDescriptor&) = delete;
@@ -30,6 +32,7 @@ class TypeDescriptor {
       std::memcpy(&v, key, keySize_);
       return v;
    }
+   // The text form of a key's bits: the key's own for a small key type, else the number.
    std::string keyText(std::uint64_t bits) const;
 
    // Finds a registered descriptor by name; null if no type of that name was described.
@@ -52,6 +55,7 @@ std::string keyTextOf(std::uint64_t bits) {
 }
 }  // namespace Detail
 
+// The one descriptor of T (cv-qualifiers ignored), named by T::kTypeName; made on first use.
 template <class T>
 const TypeDescriptor& typeOf() {
    using U = std::remove_cv_t<T>;
