@@ -116,6 +116,9 @@ class SwTable::Accessor {
    const Util* utilIfExists() const noexcept;
 
   private:
+   enum class WriteKind : std::uint8_t { ref, commit };
+   HandlePtr write(const Key& key, const Entry& entry, WriteKind kind);
+   void holdForWrite(EntryHandle* handle, WriteKind kind, bool newValue) const noexcept;
    void suggestFromSyncedEntries(UnresolvedEntry* ue);
    void emptyRowDuringReplay(const Key& key);
    void releaseUnclaimedBindings();

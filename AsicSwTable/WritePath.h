@@ -25,69 +25,68 @@ SwTable::Accessor<Table, Key>::validEntryHandle(const Key& key) const {
    return handle;
 }
 
+// How a write holds the key's handle: a commit makes it committed; a reference makes an unset
+// handle, or for a new value one in deletion, reference-only.
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::holdForWrite(EntryHandle* handle, WriteKind kind,
+                                                 bool newValue) const noexcept {
+   if (kind == WriteKind::commit) {
+      entryTypeIs(handle, EntryHandle::committed);
+   } else if (handle->entryType() == EntryHandle::unset ||
+              (newValue && handle->entryType() == EntryHandle::inDeletion)) {
+      entryTypeIs(handle, EntryHandle::referenceOnly);
+   }
+}
+
 template <class Table, class Key>
 typename SwTable::Accessor<Table, Key>::HandlePtr SwTable::Accessor<Table, Key>::entryRef(
     const Key& key, const Entry& entry) {
    SW_RING_TRACE("entryRef");
-   if (const auto ue = swTable_->unresolvedEntry(key)) {
-      if (ue->entry == entry) {
-         SW_TRACE(5, "entryRef",
-                  " : Found existing unresolved entry at key : " << key << ", entry : " << entry);
-         return validEntryHandle(key);
-      }
-      SW_TRACE(5, "entryRef", " : Deleting existing unresolved entry at key : " << key);
-      swTable_->unresolvedEntryDel(key);
-   }
-   if (const OptionalEntry* resolved = swTable_->resolvedEntry(key);
-       resolved && resolved->has_value() && **resolved == entry) {
-      SW_TRACE(5, "entryRef",
-               " : Found already existing resolved entry at key : " << key << ", entry : "
-                                                                    << entry);
-      Fwk::Ptr<EntryHandle> handle = validEntryHandle(key);
-      if (handle->entryType() == EntryHandle::unset) {
-         entryTypeIs(handle.get(), EntryHandle::referenceOnly);
-      }
-      handle->entryStateIs(handle->resolvedEntryState());
-      return handle;
-   }
-   SW_TRACE(5, "entryRef", " : Writing new entry at key: " << key << ", entry:" << entry);
-   Fwk::Ptr<EntryHandle> handle = swTable_->entryHandleIs(key, swTable_);
-   if (handle->entryType() == EntryHandle::unset ||
-       handle->entryType() == EntryHandle::inDeletion) {
-      entryTypeIs(handle.get(), EntryHandle::referenceOnly);
-   }
-   handle->entryStateIs(SwTableBase::unresolved);
-   initUnresolvedEntry(swTable_->unresolvedEntryIs(key), entry);
-   return handle;
+   return write(key, entry, WriteKind::ref);
 }
 
 template <class Table, class Key>
 typename SwTable::Accessor<Table, Key>::HandlePtr SwTable::Accessor<Table, Key>::entryCommit(
     const Key& key, const Entry& entry) {
+   return write(key, entry, WriteKind::commit);
+}
+
+// The three-way decision both writes share: the value already waits, or is already in force, or
+// is new for the key and goes to resolution.
+template <class Table, class Key>
+typename SwTable::Accessor<Table, Key>::HandlePtr SwTable::Accessor<Table, Key>::write(
+    const Key& key, const Entry& entry, WriteKind kind) {
+   const char* const op = kind == WriteKind::ref ? "entryRef" : "entryCommit";
    if (const auto ue = swTable_->unresolvedEntry(key)) {
       if (ue->entry == entry) {
-         SW_TRACE(5, "entryCommit",
+         SW_TRACE(5, op,
                   " : Found existing unresolved entry at key : " << key << ", entry : " << entry);
          Fwk::Ptr<EntryHandle> handle = validEntryHandle(key);
-         entryTypeIs(handle.get(), EntryHandle::committed);
+         if (kind == WriteKind::commit) {
+            holdForWrite(handle.get(), kind, false);
+         }
          return handle;
       }
-      SW_TRACE(5, "entryCommit", " : Deleting existing unresolved entry at key : " << key);
+      SW_TRACE(5, op, " : Deleting existing unresolved entry at key : " << key);
       swTable_->unresolvedEntryDel(key);
    }
    if (const OptionalEntry* resolved = swTable_->resolvedEntry(key);
        resolved && resolved->has_value() && **resolved == entry) {
-      SW_TRACE(5, "entryCommit",
+      SW_TRACE(5, op,
                " : Found already existing resolved entry at key : " << key << ", entry : "
                                                                     << entry);
       Fwk::Ptr<EntryHandle> handle = validEntryHandle(key);
-      entryTypeIs(handle.get(), EntryHandle::committed);
+      holdForWrite(handle.get(), kind, false);
       handle->entryStateIs(handle->resolvedEntryState());
       return handle;
    }
-   SW_TRACE(5, "entryCommit", " : Writing new entry at key: " << key);
+   if (kind == WriteKind::ref) {
+      SW_TRACE(5, op, " : Writing new entry at key: " << key << ", entry:" << entry);
+   } else {
+      SW_TRACE(5, op, " : Writing new entry at key: " << key);
+   }
    Fwk::Ptr<EntryHandle> handle = swTable_->entryHandleIs(key, swTable_);
-   entryTypeIs(handle.get(), EntryHandle::committed);
+   holdForWrite(handle.get(), kind, true);
    handle->entryStateIs(SwTableBase::unresolved);
    initUnresolvedEntry(swTable_->unresolvedEntryIs(key), entry);
    return handle;
