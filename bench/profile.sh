@@ -7,8 +7,8 @@
 # For each profile it writes BUILD_DIR/profile/<name>.out (open it with callgrind_annotate or
 # kcachegrind), <name>.inclusive.txt and <name>.self.txt (the top functions, demangled), and
 # prints the instructions per entry and the atomic read-modify-write instructions executed.
-# --cache adds the commit path at 65,536 and 1,048,576 entries with the cache simulator (slow:
-# several minutes), for the data-cache misses per entry.
+# --cache profiles instead the commit path (ours and the baseline) at 65,536 and 1,048,576
+# entries with the cache simulator (slow: many minutes), for the cache misses per entry.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/bench}
@@ -34,6 +34,14 @@ print(', '.join(f'{e} {int(t) / n:,.1f}' for e, t in zip(events, totals)))" "$ev
    python3 bench/callgrind_locks.py "$out/$name.out"
 }
 
+if [[ ${2:-} == --cache ]]; then
+   for n in 65536 1048576; do
+      profile "commit_cache_$n" l3decap_bench "^commit_life/ours/$n/" "$n" --cache-sim=yes
+      profile "baseline_cache_$n" l3decap_bench "^commit_life/baseline/$n/" "$n" --cache-sim=yes
+   done
+   exit 0
+fi
+
 for n in 4096 65536; do
    profile "commit_$n" l3decap_bench "^commit_life/ours/$n/" "$n"
 done
@@ -44,9 +52,3 @@ for percent in 0 100; do
    profile "restart${percent}_65536" l3decap_bench "^restart/ours/65536/$percent/" 65536
 done
 profile baseline_commit_65536 l3decap_bench '^commit_life/baseline/65536/' 65536
-if [[ ${2:-} == --cache ]]; then
-   for n in 65536 1048576; do
-      profile "commit_cache_$n" l3decap_bench "^commit_life/ours/$n/" "$n" --cache-sim=yes
-      profile "baseline_cache_$n" l3decap_bench "^commit_life/baseline/$n/" "$n" --cache-sim=yes
-   done
-fi
