@@ -4,7 +4,7 @@
     bench/callgrind_locks.py PROFILE.out
 
 PROFILE.out is a callgrind profile taken with --dump-instr=yes --demangle=no (bench/profile.sh
-takes them so). Every object in it that is a file on disk is disassembled with objdump; each
+takes them so). Counts are over the whole profile: compare them with the number of entries. Every object in it that is a file on disk is disassembled with objdump; each
 lock-prefixed instruction (and xchg with memory, which is locked implicitly) is looked up among
 the instructions the profile saw execute. Prints those that executed, with their counts, or says
 that none did. Load addresses are recovered per object from the functions' entry points.
@@ -81,7 +81,7 @@ def disassemble(path):
     for line in out.splitlines():
         m = re.match(r"^([0-9a-f]+) <(.+)>:$", line)
         if m:
-            function = m.group(2)
+            function = m.group(2).split("@")[0]  # system libraries label versioned symbols
             starts.setdefault(function, int(m.group(1), 16))
             continue
         m = re.match(r"^\s+([0-9a-f]+):\s+(.*)$", line)
@@ -124,6 +124,8 @@ def main(path):
     objects = ", ".join(sorted(checked))
     if found == 0:
         print(f"  no atomic read-modify-write executed (objects checked: {objects})")
+    else:
+        print(f"  (objects checked: {objects})")
     return 0
 
 

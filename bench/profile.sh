@@ -5,7 +5,7 @@
 #   bench/profile.sh [BUILD_DIR] [--cache]    BUILD_DIR defaults to build/bench (bench preset)
 #
 # For each profile it writes BUILD_DIR/profile/<name>.out (open it with callgrind_annotate or
-# kcachegrind), <name>.inclusive.txt and <name>.self.txt (the top functions, demangled), and
+# kcachegrind), <name>.inclusive.txt and <name>.self.txt (functions by cost, demangled), and
 # prints the instructions per entry and the atomic read-modify-write instructions executed.
 # --cache profiles instead the commit path (ours and the baseline) at 65,536 and 1,048,576
 # entries with the cache simulator (slow: many minutes), for the cache misses per entry.
@@ -22,8 +22,8 @@ profile() {
    valgrind --tool=callgrind --toggle-collect='*measured*' --dump-instr=yes --demangle=no "$@" \
       --callgrind-out-file="$out/$name.out" "$build/bench/$bin" --benchmark_filter="$filter" \
       >"$out/$name.log" 2>&1
-   callgrind_annotate --inclusive=yes "$out/$name.out" | c++filt | head -80 >"$out/$name.inclusive.txt"
-   callgrind_annotate "$out/$name.out" | c++filt | head -60 >"$out/$name.self.txt"
+   callgrind_annotate --inclusive=yes "$out/$name.out" | c++filt >"$out/$name.inclusive.txt"
+   callgrind_annotate "$out/$name.out" | c++filt >"$out/$name.self.txt"
    local events totals
    events=$(grep -m1 '^events:' "$out/$name.out" | cut -d' ' -f2-)
    totals=$(grep -m1 '^summary:' "$out/$name.out" | cut -d' ' -f2-)
