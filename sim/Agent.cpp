@@ -48,6 +48,7 @@ std::optional<std::map<std::uint64_t, std::uint32_t>> KeyIndexStore::read(const 
    std::string line;
    for (std::size_t number = 1; std::getline(in, line); ++number) {
       const auto fail = [&](const std::string& why) {
+         // NOLINTNEXTLINE(performance-inefficient-string-concatenation): once, on the error path
          throw std::runtime_error(path + ":" + std::to_string(number) + ": " + why);
       };
       if (line.empty() || line.front() == '#') {

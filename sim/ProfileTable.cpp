@@ -1,5 +1,6 @@
 #include "sim/ProfileTable.h"
 
+#include "Fwk/Assert.h"
 #include "Fwk/Directory.h"
 
 namespace Sim {
@@ -133,7 +134,10 @@ void ProfileTable::suggestion(const Handle& handle, Asic::Index index) {
    if (!replay_ || it == readBack_.end() || it->second != handle.profileId()) {
       return;  // only a row that held this very profile is adopted
    }
-   adopt(*profile(handle.profileId()), index);
+   // Only a connected handle suggests, and the connected handles are the table's own.
+   const Fwk::Ptr<Handle> own = profile(handle.profileId());
+   FWK_ASSERT(own, "profile(handle.profileId())");
+   adopt(*own, index);
 }
 
 void ProfileTable::initComplete() {

@@ -76,7 +76,8 @@ std::vector<std::string> PluginLoader::searchPath() {
 void PluginLoader::load(LoaderSingleton& loader, const std::vector<std::string>& dirs) {
    const std::string file = fileName(loader.prefixPath(), loader.suffixPath());
    for (const std::string& dir : dirs) {
-      const std::string path = dir + "/" + file;
+      std::string path = dir;
+      path.append("/").append(file);
       if (!isFile(path)) {
          continue;
       }

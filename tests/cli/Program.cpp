@@ -35,6 +35,7 @@ std::vector<std::string> mergedEnvironment(const std::vector<std::string>& extra
 
 std::vector<char*> pointers(std::vector<std::string>& strings) {
    std::vector<char*> p;
+   p.reserve(strings.size() + 1);
    for (auto& s : strings) {
       p.push_back(s.data());
    }

@@ -54,7 +54,7 @@ TEST_P(PtrTest, LastUserGoneRunsOnceThenTheObjectIsDestroyed) {
    auto a = make();
    auto b = a;
    auto c = std::move(b);
-   EXPECT_EQ(b, nullptr);
+   EXPECT_FALSE(b);  // NOLINT(bugprone-use-after-move): a moved-from Ptr is null; checked here
    EXPECT_EQ(c->refCount(), 2U);
    a.reset();
    EXPECT_EQ(life.hooks, 0);
@@ -124,6 +124,7 @@ TEST_P(PtrRaceTest, LastDropsOnSeveralThreads) {
    }
    std::barrier start(kThreads + 1);
    std::vector<std::thread> threads;
+   threads.reserve(kThreads);
    for (int t = 0; t < kThreads; ++t) {
       threads.emplace_back([&] {
          std::vector<Fwk::Ptr<Counted>> mine(objects.begin(), objects.end());

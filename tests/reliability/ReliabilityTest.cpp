@@ -114,8 +114,8 @@ std::vector<Op> readCase(const std::string& path) {
    }
    std::vector<Op> ops;
    for (std::string line; std::getline(in, line);) {
-      if (line.find_first_not_of(" ") != std::string::npos) {
-         ops.push_back(Op::parse(line.substr(line.find_first_not_of(" "))));
+      if (line.find_first_not_of(' ') != std::string::npos) {
+         ops.push_back(Op::parse(line.substr(line.find_first_not_of(' '))));
       }
    }
    return ops;

@@ -110,7 +110,7 @@ bool FakeChipUtil::ackNext(IngL3IifTable& table, std::size_t n) {
    }
    const L3TunnelIntfKey key = acks_[n];
    acks_.erase(acks_.begin() + static_cast<std::ptrdiff_t>(n));
-   const auto sm = table.writeResponseSm();
+   const auto& sm = table.writeResponseSm();
    return sm && sm->writeAcknowledged(&key);
 }
 

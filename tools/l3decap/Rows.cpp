@@ -80,7 +80,7 @@ std::vector<PlanRow> planRows(const Sim::RunReport& report, const KeyIndices& pr
       if (!row.key) {
          row.key = keyAt(keysBefore, i);
       }
-      rows.push_back(std::move(row));
+      rows.push_back(row);
    }
    return rows;
 }

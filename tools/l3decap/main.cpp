@@ -131,6 +131,9 @@ int parseError(const CLI::App& app, const CLI::ParseError& e) {
 
 }  // namespace
 
+// The commands run inside guarded(), which turns their failures into messages and exit codes;
+// only building the command line itself may throw, on a programming error (a duplicate option).
+// NOLINTNEXTLINE(bugprone-exception-escape): such an error should end the program loudly
 int main(int argc, char** argv) {
    CLI::App app{"l3decap: programs the ingress L3 IIF decap table of a simulated switch chip"};
    app.name("l3decap");
