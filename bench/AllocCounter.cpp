@@ -10,6 +10,7 @@ namespace {
 std::uint64_t allocations = 0;
 std::uint64_t frees = 0;
 std::int64_t liveBytes = 0;
+bool trackBytes = false;
 bool recording = false;
 std::size_t recorded = 0;
 std::size_t recordedSizes[kMaxRecorded];
@@ -17,6 +18,9 @@ std::size_t recordedSizes[kMaxRecorded];
 void* counted(void* p) noexcept {
    if (p != nullptr) {
       ++allocations;
+      if (!trackBytes && !recording) [[likely]] {
+         return p;
+      }
       const std::size_t size = malloc_usable_size(p);
       liveBytes += static_cast<std::int64_t>(size);
       if (recording) [[unlikely]] {
@@ -32,7 +36,9 @@ void* counted(void* p) noexcept {
 void release(void* p) noexcept {
    if (p != nullptr) {
       ++frees;
-      liveBytes -= static_cast<std::int64_t>(malloc_usable_size(p));
+      if (trackBytes) [[unlikely]] {
+         liveBytes -= static_cast<std::int64_t>(malloc_usable_size(p));
+      }
       std::free(p);
    }
 }
@@ -55,6 +61,8 @@ void* allocateAligned(std::size_t size, std::align_val_t alignment) {
 }  // namespace
 
 Snapshot now() noexcept { return Snapshot{allocations, frees, liveBytes}; }
+
+void trackBytesIs(bool on) noexcept { trackBytes = on; }
 
 void recordingBegin() noexcept {
    recorded = 0;

@@ -445,6 +445,10 @@ void traceCommit(benchmark::State& state, TraceMode mode) {
 void memory(benchmark::State& state, bool ours) {
    const auto n = static_cast<std::uint32_t>(state.range(0));
    const auto keys = keysFor(n);
+   struct Tracking {
+      Tracking() { Heap::trackBytesIs(true); }
+      ~Tracking() { Heap::trackBytesIs(false); }
+   } tracking;
    for (auto _ : state) {
       auto chip = std::make_shared<Chip>(n);
       double bytes = 0;
