@@ -89,6 +89,36 @@ cmake --build "$work/with-cmake/build" >>"$work/cmake.log" 2>&1 ||
    { cat "$work/cmake.log" >&2; fail "building the consumer with find_package failed"; }
 run_consumer find_package "$work/with-cmake/build"
 
+echo "== the simulator library, through L3Decap::l3decap_sim"
+mkdir -p "$work/sim"
+cat >"$work/sim/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.25)
+project(SimConsumer LANGUAGES CXX)
+find_package(L3Decap CONFIG REQUIRED)
+add_executable(sim_consumer main.cpp)
+target_link_libraries(sim_consumer PRIVATE L3Decap::l3decap_sim)
+CMAKE
+cat >"$work/sim/main.cpp" <<'CPP'
+#include <cstdio>
+
+#include "sim/SimChip.h"
+
+int main() {
+   Sim::SimChip chip(Sim::ChipState::inMemory(64));
+   chip.decapRowIs(3, Sim::DecapRow{Sim::RowState::valued, 1, true, false, false, 7});
+   std::printf("simulated chip: %u decap rows, %llu written\n", chip.state().decapRows(),
+               static_cast<unsigned long long>(chip.counters().decapWrites));
+   return chip.counters().decapWrites == 1 ? 0 : 1;
+}
+CPP
+{ cmake -S "$work/sim" -B "$work/sim/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" &&
+   cmake --build "$work/sim/build"; } >"$work/sim.log" 2>&1 ||
+   { cat "$work/sim.log" >&2; fail "building against L3Decap::l3decap_sim failed"; }
+"$work/sim/build/sim_consumer" >"$work/sim.out" 2>&1 &&
+   grep -q 'simulated chip: 64 decap rows, 1 written' "$work/sim.out" ||
+   { cat "$work/sim.out" >&2; fail "the program linked with L3Decap::l3decap_sim failed"; }
+cat "$work/sim.out"
+
 echo "== the consumer, built with pkg-config"
 cp -r "$root/examples/consumer" "$work/with-pkg-config"
 PKG_CONFIG_PATH="$prefix/$libdir/pkgconfig" make -C "$work/with-pkg-config" -j 2 \
