@@ -173,6 +173,7 @@ IngL3IifTable::~IngL3IifTable() {
    resolvedEntry_.clear();
    entryHandle_.clear();
    unresolvedEntry_.clear();
+   lookup_ = {};
    writeResponseSm_ = nullptr;
    indexAllocator_ = nullptr;
 }
@@ -228,6 +229,7 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleIs(L3TunnelIntfKe
       return it->second;
    }
    it->second = entryHandleFactory(key, table);
+   handleSlotIs(key, &it->second);
    notify("entryHandle", Fwk::ChangeKey::of(key));
    return it->second;
 }
@@ -239,6 +241,7 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleDel(L3TunnelIntfK
    }
    Fwk::Ptr<EntryHandle> removed = std::move(it->second);
    entryHandle_.erase(it);
+   handleSlotIs(key, nullptr);
    // The collection's hold leaves with it; a reference-only handle's users are unchanged.
    removed->uncountedHolderIs(false);
    notify("entryHandle", Fwk::ChangeKey::of(key));
@@ -252,14 +255,43 @@ void IngL3IifTable::entryHandleDelAll() {
 }
 
 Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandle(L3TunnelIntfKey key) const {
-   const auto it = entryHandle_.find(key);
-   return it == entryHandle_.end() ? nullptr : it->second;
+   const Fwk::Ptr<EntryHandle>* slot = handleSlot(key);
+   return slot ? *slot : nullptr;
+}
+
+IngL3IifTable::LookupCache& IngL3IifTable::lookupCacheFor(L3TunnelIntfKey key) const {
+   if (lookup_.key != key) {
+      lookup_ = LookupCache{.key = key};
+   }
+   return lookup_;
+}
+
+const Fwk::Ptr<IngL3IifTable::EntryHandle>* IngL3IifTable::handleSlot(L3TunnelIntfKey key) const {
+   LookupCache& cache = lookupCacheFor(key);
+   if (!cache.handleKnown) {
+      const auto it = entryHandle_.find(key);
+      cache.handle = it == entryHandle_.end() ? nullptr : &it->second;
+      cache.handleKnown = true;
+   }
+   return cache.handle;
+}
+
+void IngL3IifTable::handleSlotIs(L3TunnelIntfKey key, const Fwk::Ptr<EntryHandle>* slot) const {
+   LookupCache& cache = lookupCacheFor(key);
+   cache.handle = slot;
+   cache.handleKnown = true;
+}
+
+void IngL3IifTable::resolvedSlotIs(L3TunnelIntfKey key, const std::optional<Entry>* slot) const {
+   LookupCache& cache = lookupCacheFor(key);
+   cache.resolved = slot;
+   cache.resolvedKnown = true;
 }
 
 void IngL3IifTable::resolvedEntryIs(L3TunnelIntfKey key, const std::optional<Entry>& value) {
-   auto it = resolvedEntry_.find(key);
-   if (it != resolvedEntry_.end()) {
-      std::optional<Entry>& stored = it->second;
+   // The member is ours to change; the lookup (and its cache) only hands out const access.
+   if (auto* const current = const_cast<std::optional<Entry>*>(resolvedEntry(key))) {
+      std::optional<Entry>& stored = *current;
       if (&stored == &value) {
          return;
       }
@@ -278,7 +310,7 @@ void IngL3IifTable::resolvedEntryIs(L3TunnelIntfKey key, const std::optional<Ent
          stored = value;
       }
    } else {
-      resolvedEntry_.emplace(key, value);
+      resolvedSlotIs(key, &resolvedEntry_.emplace(key, value).first->second);
    }
    Engine(this).handleEntry(key);
    notify("resolvedEntry", Fwk::ChangeKey::of(key));
@@ -291,6 +323,7 @@ std::optional<IngL3IifTable::Entry> IngL3IifTable::resolvedEntryDel(L3TunnelIntf
    }
    std::optional<Entry> removed = std::move(it->second);
    resolvedEntry_.erase(it);
+   resolvedSlotIs(key, nullptr);
    Engine(this).handleEntry(key);
    notify("resolvedEntry", Fwk::ChangeKey::of(key));
    return removed;
@@ -304,8 +337,13 @@ void IngL3IifTable::resolvedEntryDelAll() {
 
 const std::optional<IngL3IifTable::Entry>* IngL3IifTable::resolvedEntry(
     L3TunnelIntfKey key) const {
-   const auto it = resolvedEntry_.find(key);
-   return it == resolvedEntry_.end() ? nullptr : &it->second;
+   LookupCache& cache = lookupCacheFor(key);
+   if (!cache.resolvedKnown) {
+      const auto it = resolvedEntry_.find(key);
+      cache.resolved = it == resolvedEntry_.end() ? nullptr : &it->second;
+      cache.resolvedKnown = true;
+   }
+   return cache.resolved;
 }
 
 void IngL3IifTable::indexAllocatorIs(const Fwk::Ptr<Asic::FirstFreeIndexAllocator>& allocator) {

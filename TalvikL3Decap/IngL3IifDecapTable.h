@@ -83,7 +83,7 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    void entryHandleDelAll();
    // The key's handle, or null.
    Fwk::Ptr<EntryHandle> entryHandle(L3TunnelIntfKey key) const;
-   bool entryHandleHas(L3TunnelIntfKey key) const { return entryHandle_.contains(key); }
+   bool entryHandleHas(L3TunnelIntfKey key) const { return handleSlot(key) != nullptr; }
    // Number of entry handles.
    std::uint32_t entrys() const noexcept { return static_cast<std::uint32_t>(entryHandle_.size()); }
 
@@ -98,7 +98,7 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    void resolvedEntryDelAll();
    // The key's resolved entry: null when absent, else a pointer to the stored optional.
    const std::optional<Entry>* resolvedEntry(L3TunnelIntfKey key) const;
-   bool resolvedEntryHas(L3TunnelIntfKey key) const { return resolvedEntry_.contains(key); }
+   bool resolvedEntryHas(L3TunnelIntfKey key) const { return resolvedEntry(key) != nullptr; }
    std::uint32_t resolvedEntrys() const noexcept {
       return static_cast<std::uint32_t>(resolvedEntry_.size());
    }
@@ -246,6 +246,23 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    template <class, class>
    friend class Asic::SwTable::Accessor;
 
+   // One operation looks the same key up many times: the last key looked up is remembered with
+   // where its handle and its resolved entry are (null: absent; unknown until looked up).
+   // Pointers to unordered_map elements survive rehashing; the mutators that erase keep it true.
+   struct LookupCache {
+      L3TunnelIntfKey key;
+      bool handleKnown = false;
+      bool resolvedKnown = false;
+      const Fwk::Ptr<EntryHandle>* handle = nullptr;
+      const std::optional<Entry>* resolved = nullptr;
+   };
+   LookupCache& lookupCacheFor(L3TunnelIntfKey key) const;
+   // The key's member of entryHandle_, or null.
+   const Fwk::Ptr<EntryHandle>* handleSlot(L3TunnelIntfKey key) const;
+   // Record that the key's member is now at `slot` (null: it was erased).
+   void handleSlotIs(L3TunnelIntfKey key, const Fwk::Ptr<EntryHandle>* slot) const;
+   void resolvedSlotIs(L3TunnelIntfKey key, const std::optional<Entry>* slot) const;
+
    Fwk::Ptr<Asic::FirstFreeIndexAllocator> indexAllocator_;
    Fwk::Ptr<Asic::WriteResponseSm> writeResponseSm_;
    std::unordered_map<L3TunnelIntfKey, Fwk::Ptr<UnresolvedEntry>> unresolvedEntry_;
@@ -253,6 +270,7 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    std::unordered_map<L3TunnelIntfKey, std::optional<Entry>> resolvedEntry_;
    std::map<Asic::Index, Fwk::Ptr<VekSyncedEntry>> syncedEntry_;
    std::uint64_t syncedEntryVersion_ = 0;  // bumped by every membership change
+   mutable LookupCache lookup_;
 };
 
 // A new table, held by the returned pointer.

@@ -222,6 +222,35 @@ TEST_F(CollectionsTest, ResolvedEntryDelAllProcessesEveryKey) {
    EXPECT_EQ(t().resolvedEntrys(), 0U);
 }
 
+// A key looked up, erased and made again reads as each step left it, also when other keys grew
+// the collections (and rehashed them) in between.
+TEST_F(CollectionsTest, LookupsFollowEraseAndReinsertOfTheSameKey) {
+   const auto first = t().entryHandleIs(k(5), &t());
+   t().resolvedEntryIs(k(5), value(1, 3));
+   ASSERT_EQ(t().entryHandle(k(5)), first);
+   ASSERT_TRUE(t().resolvedEntryHas(k(5)));
+   t().resolvedEntryDel(k(5));
+   t().entryHandleDel(k(5));
+   EXPECT_EQ(t().entryHandle(k(5)), nullptr);
+   EXPECT_FALSE(t().entryHandleHas(k(5)));
+   EXPECT_EQ(t().resolvedEntry(k(5)), nullptr);
+   EXPECT_FALSE(t().resolvedEntryHas(k(5)));
+   const auto second = t().entryHandleIs(k(5), &t());
+   t().resolvedEntryIs(k(5), value(2, 4));
+   for (std::uint32_t key = 100; key < 400; ++key) {
+      t().entryHandleIs(k(key), &t());
+      t().resolvedEntryIs(k(key), value(key, 0));
+   }
+   EXPECT_EQ(t().entryHandle(k(5)), second);
+   EXPECT_NE(second, first);
+   ASSERT_TRUE(t().resolvedEntryHas(k(5)));
+   EXPECT_EQ(fields(*t().resolvedEntry(k(5))), fields(value(2, 4)));
+   t().resolvedEntryDelAll();
+   t().entryHandleDelAll();
+   EXPECT_FALSE(t().entryHandleHas(k(5)));
+   EXPECT_FALSE(t().resolvedEntryHas(k(5)));
+}
+
 // --- single attributes ---
 
 TEST_F(CollectionsTest, IndexAllocatorIsPublishesOnlyAChange) {
