@@ -188,12 +188,28 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleFactory(L3TunnelI
 // ===== Collections =====
 
 Fwk::Ptr<IngL3IifTable::UnresolvedEntry> IngL3IifTable::unresolvedEntryIs(L3TunnelIntfKey key) {
-   auto [it, inserted] = unresolvedEntry_.try_emplace(key);
-   if (inserted) {
-      it->second = Fwk::make<UnresolvedEntry>(key, this);
-      notify("unresolvedEntry", Fwk::ChangeKey::of(key));
+   if (const auto it = unresolvedEntry_.find(key); it != unresolvedEntry_.end()) {
+      return it->second;
    }
-   return it->second;
+   Fwk::Ptr<UnresolvedEntry> member = unresolvedEntryAdd(key);
+   notify("unresolvedEntry", Fwk::ChangeKey::of(key));
+   return member;
+}
+
+const Fwk::Ptr<IngL3IifTable::UnresolvedEntry>& IngL3IifTable::unresolvedEntryAdd(
+    L3TunnelIntfKey key) {
+   Fwk::Ptr<UnresolvedEntry> member = std::move(spareUnresolvedEntry_);
+   if (member) {
+      member->key_ = key;
+   } else {
+      member = Fwk::make<UnresolvedEntry>(key, this);
+   }
+   if (spareUnresolvedNode_.empty()) {
+      return unresolvedEntry_.emplace(key, std::move(member)).first->second;
+   }
+   spareUnresolvedNode_.key() = key;
+   spareUnresolvedNode_.mapped() = std::move(member);
+   return unresolvedEntry_.insert(std::move(spareUnresolvedNode_)).position->second;
 }
 
 Fwk::Ptr<IngL3IifTable::UnresolvedEntry> IngL3IifTable::unresolvedEntryDel(L3TunnelIntfKey key) {
@@ -201,10 +217,24 @@ Fwk::Ptr<IngL3IifTable::UnresolvedEntry> IngL3IifTable::unresolvedEntryDel(L3Tun
    if (it == unresolvedEntry_.end()) {
       return nullptr;
    }
-   Fwk::Ptr<UnresolvedEntry> removed = std::move(it->second);
-   unresolvedEntry_.erase(it);
+   auto node = unresolvedEntry_.extract(it);
+   Fwk::Ptr<UnresolvedEntry> removed = std::move(node.mapped());
+   if (spareUnresolvedNode_.empty()) {
+      spareUnresolvedNode_ = std::move(node);
+   }
    notify("unresolvedEntry", Fwk::ChangeKey::of(key));
    return removed;
+}
+
+void IngL3IifTable::unresolvedEntryRecycle(Fwk::Ptr<UnresolvedEntry> member) {
+   const bool reusable = !spareUnresolvedEntry_ && member->holderCount() == 1 &&
+                         !member->uncountedHolder() && !member->publisher().hasObservers() &&
+                         member->neededEntryHandleSms() == 0 &&
+                         Fwk::Directory::nameOf(member.get()).empty();
+   if (reusable) {
+      member->entry = Entry();  // its value's references go now, as with a destroyed entry
+      spareUnresolvedEntry_ = std::move(member);
+   }
 }
 
 void IngL3IifTable::unresolvedEntryDelAll() {

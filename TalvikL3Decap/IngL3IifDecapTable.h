@@ -67,6 +67,10 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    // gives null when absent.
    Fwk::Ptr<UnresolvedEntry> unresolvedEntryIs(L3TunnelIntfKey key);
    Fwk::Ptr<UnresolvedEntry> unresolvedEntryDel(L3TunnelIntfKey key);
+   // Takes back an unresolved entry that the caller made with unresolvedEntryIs and no longer
+   // needs: when nothing else holds, observes or names it (its value resolved at once), the next
+   // unresolvedEntryIs reuses it instead of making one. Otherwise it is released as usual.
+   void unresolvedEntryRecycle(Fwk::Ptr<UnresolvedEntry> member);
    void unresolvedEntryDelAll();
    Fwk::Ptr<UnresolvedEntry> unresolvedEntry(L3TunnelIntfKey key) const;
    std::uint32_t unresolvedEntrys() const noexcept {
@@ -256,6 +260,8 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
       const Fwk::Ptr<EntryHandle>* handle = nullptr;
       const std::optional<Entry>* resolved = nullptr;
    };
+   // Inserts the key's new member, made of the spare node and entity when there are.
+   const Fwk::Ptr<UnresolvedEntry>& unresolvedEntryAdd(L3TunnelIntfKey key);
    LookupCache& lookupCacheFor(L3TunnelIntfKey key) const;
    // The key's member of entryHandle_, or null.
    const Fwk::Ptr<EntryHandle>* handleSlot(L3TunnelIntfKey key) const;
@@ -266,6 +272,9 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    Fwk::Ptr<Asic::FirstFreeIndexAllocator> indexAllocator_;
    Fwk::Ptr<Asic::WriteResponseSm> writeResponseSm_;
    std::unordered_map<L3TunnelIntfKey, Fwk::Ptr<UnresolvedEntry>> unresolvedEntry_;
+   // Most values resolve in the call that made them: a node and an entity kept for reuse.
+   decltype(unresolvedEntry_)::node_type spareUnresolvedNode_;
+   Fwk::Ptr<UnresolvedEntry> spareUnresolvedEntry_;
    std::unordered_map<L3TunnelIntfKey, Fwk::Ptr<EntryHandle>> entryHandle_;
    std::unordered_map<L3TunnelIntfKey, std::optional<Entry>> resolvedEntry_;
    std::map<Asic::Index, Fwk::Ptr<VekSyncedEntry>> syncedEntry_;
@@ -407,6 +416,7 @@ class IngL3IifTable::UnresolvedEntry : public Asic::SwTable::UnresolvedEntry {
    Entry entry;
 
   private:
+   friend class IngL3IifTable;  // re-keys a recycled entry
    L3TunnelIntfKey key_;
 };
 

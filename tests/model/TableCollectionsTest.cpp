@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <tuple>
 
@@ -135,6 +136,39 @@ TEST_F(CollectionsTest, EntryHandleOfAnotherTableIsRefusedAndLeftAsItWas) {
    EXPECT_EQ(h->swTable(), &t());
    EXPECT_EQ(t().entrys(), 1U);
    EXPECT_TRUE(obs.changes().empty());
+}
+
+// A value that resolves at once leaves its unresolved entry for the next write to reuse. The next
+// write's entry reads as new (its key, a default value) and is published as before; one that
+// someone still holds is never reused.
+TEST_F(CollectionsTest, UnresolvedEntriesOfImmediateWritesReadAsNew) {
+   Fwk::Ptr<IngL3IifTable::UnresolvedEntry> held;
+   std::vector<std::pair<L3TunnelIntfKey, Opt>> atInsertion;
+   ProbeObserver probe(t(), "unresolvedEntry", [&] {
+      for (std::uint64_t key : {5, 6, 7}) {
+         if (const auto ue = t().unresolvedEntry(k(key))) {
+            atInsertion.emplace_back(ue->key(), ue->entry);
+            if (key == 5) {
+               held = ue;
+            }
+         }
+      }
+   });
+   Fwk::RecordingObserver obs(t());
+   t().entryCommit(k(5), value(1, 3));
+   t().entryCommit(k(6), value(2, 4));
+   t().entryCommit(k(7), value(3, 5));
+   ASSERT_EQ(atInsertion.size(), 3U);
+   for (std::size_t i = 0; i < atInsertion.size(); ++i) {
+      EXPECT_EQ(atInsertion[i].first, k(5 + i));
+      EXPECT_EQ(fields(atInsertion[i].second), fields(Entry()));
+   }
+   ASSERT_TRUE(held);
+   EXPECT_EQ(held->key(), k(5));
+   EXPECT_EQ(fields(held->entry), fields(value(1, 3)));
+   EXPECT_EQ(t().unresolvedEntrys(), 0U);
+   EXPECT_EQ(std::count(obs.changes().begin(), obs.changes().end(), "unresolvedEntry[6]"), 2);
+   EXPECT_EQ(fields(t().entry(k(7))), fields(value(3, 5)));
 }
 
 // --- resolved entries ---
