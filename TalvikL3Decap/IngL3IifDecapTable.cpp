@@ -1,6 +1,8 @@
 #include "TalvikL3Decap/IngL3IifDecapTable.h"
 
+#include <algorithm>
 #include <sstream>
+#include <utility>
 
 #include "AsicSwTable/SwTableAccessorImpl.h"
 #include "Fwk/Directory.h"
@@ -414,33 +416,73 @@ const IngL3IifTable::Util* IngL3IifTable::util() const noexcept {
 
 // ===== Synced entries =====
 
+std::size_t IngL3IifTable::syncedRowPosition(Asic::Index index, bool after) const {
+   const auto byIndex = [](const SyncedRow& row, Asic::Index i) { return row.index < i; };
+   const auto beyond = [](Asic::Index i, const SyncedRow& row) { return i < row.index; };
+   const auto it = after
+                       ? std::upper_bound(syncedEntry_.begin(), syncedEntry_.end(), index, beyond)
+                       : std::lower_bound(syncedEntry_.begin(), syncedEntry_.end(), index, byIndex);
+   return static_cast<std::size_t>(it - syncedEntry_.begin());
+}
+
+const IngL3IifTable::SyncedRow* IngL3IifTable::syncedRow(Asic::Index index) const {
+   const std::size_t at = syncedRowPosition(index);
+   if (at == syncedEntry_.size()) {
+      return nullptr;
+   }
+   const SyncedRow& row = syncedEntry_[at];
+   return row.index == index && row.present ? &row : nullptr;
+}
+
+IngL3IifTable::SyncedRow* IngL3IifTable::syncedRow(Asic::Index index) {
+   return const_cast<SyncedRow*>(std::as_const(*this).syncedRow(index));
+}
+
+void IngL3IifTable::syncedGapsCompact() {
+   if (syncedEntry_.size() - syncedEntryCount_ > syncedEntryCount_) {
+      std::erase_if(syncedEntry_, [](const SyncedRow& row) { return !row.present; });
+   }
+}
+
 void IngL3IifTable::syncedEntryIs(Asic::Index index, const Entry& entry) {
    const Fwk::ChangeKey key{&Asic::indexType(), index};
-   auto it = syncedEntry_.find(index);
-   if (it == syncedEntry_.end()) {
-      syncedEntry_.emplace(index, Fwk::make<VekSyncedEntry>(index, entry));
-      ++syncedEntryVersion_;
-      notifyWithPrevious("syncedEntry", key, [] { return toText(Entry()); });
+   if (SyncedRow* row = syncedRow(index)) {
+      Entry& stored = row->entry;
+      if (stored == entry) {
+         return;
+      }
+      const Entry previous = stored;
+      stored = entry;
+      notifyWithPrevious("syncedEntry", key, [&] { return toText(previous); });
       return;
    }
-   Entry& stored = it->second->entry;
-   if (stored == entry) {
-      return;
+   // The Util reads rows back in index order: most rows go to the end.
+   const bool last = syncedEntry_.empty() || syncedEntry_.back().index < index;
+   const std::size_t at = last ? syncedEntry_.size() : syncedRowPosition(index);
+   if (at < syncedEntry_.size() && syncedEntry_[at].index == index) {
+      syncedEntry_[at].entry = entry;  // the row comes back into its gap
+      syncedEntry_[at].present = true;
+   } else {
+      syncedEntry_.insert(syncedEntry_.begin() + static_cast<std::ptrdiff_t>(at),
+                          SyncedRow{index, true, entry});
    }
-   const Entry previous = stored;
-   stored = entry;
-   notifyWithPrevious("syncedEntry", key, [&] { return toText(previous); });
+   ++syncedEntryCount_;
+   ++syncedEntryVersion_;
+   notifyWithPrevious("syncedEntry", key, [] { return toText(Entry()); });
 }
 
 IngL3IifTable::Entry IngL3IifTable::syncedEntryDel(Asic::Index index) {
-   const auto it = syncedEntry_.find(index);
-   if (it == syncedEntry_.end()) {
+   SyncedRow* row = syncedRow(index);
+   if (row == nullptr) {
       return Entry();
    }
-   Fwk::Ptr<VekSyncedEntry> member = std::move(it->second);
-   syncedEntry_.erase(it);
+   // Released after the notification, as the removed member always was.
+   const Entry member = std::exchange(row->entry, Entry());
+   row->present = false;
+   --syncedEntryCount_;
    ++syncedEntryVersion_;
-   Entry removed = member->entry;
+   syncedGapsCompact();
+   Entry removed = member;
    notifyWithPrevious("syncedEntry", Fwk::ChangeKey{&Asic::indexType(), index},
                       [&] { return toText(removed); });
    return removed;
@@ -453,6 +495,7 @@ IngL3IifTable::Entry IngL3IifTable::syncedEntryDel(const SyncedEntryIterator& it
 void IngL3IifTable::syncedEntryDelAll() {
    if (!publisher().hasObservers()) {
       syncedEntry_.clear();
+      syncedEntryCount_ = 0;
       ++syncedEntryVersion_;
       return;
    }
@@ -462,13 +505,13 @@ void IngL3IifTable::syncedEntryDelAll() {
 }
 
 IngL3IifTable::Entry IngL3IifTable::syncedEntry(Asic::Index index) const {
-   const auto it = syncedEntry_.find(index);
-   return it == syncedEntry_.end() ? Entry() : it->second->entry;
+   const SyncedRow* row = syncedRow(index);
+   return row == nullptr ? Entry() : row->entry;
 }
 
 std::optional<IngL3IifTable::Entry> IngL3IifTable::syncedEntryGet(Asic::Index index) const {
-   const auto it = syncedEntry_.find(index);
-   return it == syncedEntry_.end() ? std::nullopt : std::optional<Entry>(it->second->entry);
+   const SyncedRow* row = syncedRow(index);
+   return row == nullptr ? std::nullopt : std::optional<Entry>(row->entry);
 }
 
 IngL3IifTable::SyncedEntryIterator IngL3IifTable::syncedEntryIter(Asic::Index from) const {
@@ -477,24 +520,37 @@ IngL3IifTable::SyncedEntryIterator IngL3IifTable::syncedEntryIter(Asic::Index fr
 
 IngL3IifTable::SyncedEntryIterator::SyncedEntryIterator(const IngL3IifTable* table,
                                                         Asic::Index from)
-    : table_(table), it_(table->syncedEntry_.lower_bound(from)), version_(table->syncedEntryVersion_) {
-   if (it_ != table_->syncedEntry_.end()) {
-      current_ = it_->second;
-   }
+    : table_(table),
+      position_(table->syncedRowPosition(from)),
+      version_(table->syncedEntryVersion_) {
+   settle();
 }
 
 void IngL3IifTable::SyncedEntryIterator::advance() {
-   if (!current_) {
+   if (done_) {
       return;
    }
-   const auto& map = table_->syncedEntry_;
    if (version_ != table_->syncedEntryVersion_) {
-      it_ = map.upper_bound(current_->index);  // the successor by index, not by link
+      position_ = table_->syncedRowPosition(index_, true);  // the successor by index
       version_ = table_->syncedEntryVersion_;
    } else {
-      ++it_;
+      ++position_;
    }
-   current_ = it_ == map.end() ? nullptr : it_->second;
+   settle();
+}
+
+void IngL3IifTable::SyncedEntryIterator::settle() {
+   const SyncedRows& rows = table_->syncedEntry_;
+   while (position_ < rows.size() && !rows[position_].present) {
+      ++position_;
+   }
+   if (position_ == rows.size()) {
+      done_ = true;
+      entry_ = Entry();
+      return;
+   }
+   index_ = rows[position_].index;
+   entry_ = rows[position_].entry;
 }
 
 // ===== Entry handle =====

@@ -8,10 +8,10 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "Asic/EntryBase.h"
 #include "Asic/FirstFreeIndexAllocator.h"
@@ -33,7 +33,6 @@ class EntityManager;
 namespace TalvikL3Decap {
 
 using TalvikL3Common::L3TunnelIntfKey;
-class VekSyncedEntry;
 
 class IngL3IifTable : public Asic::SwUnknownIndexTable {
   public:
@@ -116,10 +115,8 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    // The row read back at the index: a default Entry, or nothing, when there is none.
    Entry syncedEntry(Asic::Index index) const;
    std::optional<Entry> syncedEntryGet(Asic::Index index) const;
-   bool syncedEntryHas(Asic::Index index) const { return syncedEntry_.contains(index); }
-   std::uint32_t syncedEntrys() const noexcept {
-      return static_cast<std::uint32_t>(syncedEntry_.size());
-   }
+   bool syncedEntryHas(Asic::Index index) const { return syncedRow(index) != nullptr; }
+   std::uint32_t syncedEntrys() const noexcept { return syncedEntryCount_; }
    class SyncedEntryIterator;
    // A walk in ascending index order from the first member whose index is not below `from`.
    SyncedEntryIterator syncedEntryIter(Asic::Index from = 0) const;
@@ -260,6 +257,17 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
       const Fwk::Ptr<EntryHandle>* handle = nullptr;
       const std::optional<Entry>* resolved = nullptr;
    };
+   // A row read back, or a gap it left (the collection's order is kept without moving rows).
+   struct SyncedRow;
+   using SyncedRows = std::vector<SyncedRow>;
+   // The position of the first row or gap whose index is not below (`after`: is above) `index`.
+   std::size_t syncedRowPosition(Asic::Index index, bool after = false) const;
+   // The row read back at the index, or null.
+   const SyncedRow* syncedRow(Asic::Index index) const;
+   SyncedRow* syncedRow(Asic::Index index);
+   // Closes the gaps once they outnumber the rows, which keeps the cost amortised constant.
+   void syncedGapsCompact();
+
    // Inserts the key's new member, made of the spare node and entity when there are.
    const Fwk::Ptr<UnresolvedEntry>& unresolvedEntryAdd(L3TunnelIntfKey key);
    LookupCache& lookupCacheFor(L3TunnelIntfKey key) const;
@@ -277,7 +285,8 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    Fwk::Ptr<UnresolvedEntry> spareUnresolvedEntry_;
    std::unordered_map<L3TunnelIntfKey, Fwk::Ptr<EntryHandle>> entryHandle_;
    std::unordered_map<L3TunnelIntfKey, std::optional<Entry>> resolvedEntry_;
-   std::map<Asic::Index, Fwk::Ptr<VekSyncedEntry>> syncedEntry_;
+   SyncedRows syncedEntry_;                // by ascending index
+   std::uint32_t syncedEntryCount_ = 0;    // rows, gaps not counted
    std::uint64_t syncedEntryVersion_ = 0;  // bumped by every membership change
    mutable LookupCache lookup_;
 };
@@ -422,34 +431,38 @@ class IngL3IifTable::UnresolvedEntry : public Asic::SwTable::UnresolvedEntry {
 
 // --- synced entry: a row read back from hardware ---
 
-class VekSyncedEntry : public Fwk::Entity {
-  public:
-   static constexpr std::string_view kTypeName = "VekSyncedEntry";
-   VekSyncedEntry(Asic::Index index, const IngL3IifTable::Entry& entry)
-       : index(index), entry(entry) {}
-   const Asic::Index index;
-   IngL3IifTable::Entry entry;
+// Stored by value in index order. Removing a row leaves a gap (no entry, its references
+// released) in its place until syncedGapsCompact closes the gaps.
+struct IngL3IifTable::SyncedRow {
+   Asic::Index index;
+   bool present;  // false: a gap
+   Entry entry;
 };
 
-// A walk over synced entries in ascending index order. It holds its current member; when the
-// collection changed since the walk last moved, it finds the successor by index instead of
-// following the map's links, so members may be removed while walking.
+// A walk over synced entries in ascending index order. It holds a copy of its current member, so
+// the member stays readable when removed; when the collection changed since the walk last moved,
+// it finds the successor by index instead of by position, so members may be removed while
+// walking.
 class IngL3IifTable::SyncedEntryIterator {
   public:
-   bool done() const noexcept { return !current_; }
+   bool done() const noexcept { return done_; }
    // The current member's index and row; only while not done.
-   Asic::Index index() const noexcept { return current_->index; }
-   const Entry& entry() const noexcept { return current_->entry; }
+   Asic::Index index() const noexcept { return index_; }
+   const Entry& entry() const noexcept { return entry_; }
    // To the member with the next higher index.
    void advance();
 
   private:
    friend class IngL3IifTable;
    SyncedEntryIterator(const IngL3IifTable* table, Asic::Index from);
+   // Takes the first member at or after position_ as the current one, or ends the walk.
+   void settle();
    const IngL3IifTable* table_;
-   Fwk::Ptr<VekSyncedEntry> current_;
-   std::map<Asic::Index, Fwk::Ptr<VekSyncedEntry>>::const_iterator it_;
+   std::size_t position_;
    std::uint64_t version_;
+   Asic::Index index_ = 0;
+   Entry entry_;
+   bool done_ = false;
 };
 
 // --- utility object: the chip-specific plug-in implements the pure operations ---
