@@ -29,6 +29,17 @@ Fwk::Trace::Handle& statisticsHandle() {
 const Fwk::Trace::Handle& loadTimeStatisticsHandle = statisticsHandle();
 const Fwk::Ptr<IngL3IifTable::UtilLoader> loadTimeUtilLoader = IngL3IifTable::UtilLoader::loaderSingletonIs();
 
+// The key's member of `map` (null: absent), looked up only when `remembered` does not know it.
+template <class Map, class Remembered>
+const typename Map::mapped_type* lookUp(const Map& map, L3TunnelIntfKey key,
+                                        Remembered& remembered) {
+   if (!remembered.known) {
+      const auto it = map.find(key);
+      remembered = {true, it == map.end() ? nullptr : &it->second};
+   }
+   return remembered.at;
+}
+
 const Fwk::TypeDescriptor& pendingPositionType() {
    static const Fwk::TypeDescriptor d(
        "TalvikL3Decap::IngL3IifTable::EntryHandle::Position", sizeof(std::uint32_t),
@@ -261,7 +272,7 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleIs(L3TunnelIntfKe
       return it->second;
    }
    it->second = entryHandleFactory(key, table);
-   handleSlotIs(key, &it->second);
+   lookupCacheFor(key).handle = {true, &it->second};
    notify("entryHandle", Fwk::ChangeKey::of(key));
    return it->second;
 }
@@ -273,7 +284,7 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleDel(L3TunnelIntfK
    }
    Fwk::Ptr<EntryHandle> removed = std::move(it->second);
    entryHandle_.erase(it);
-   handleSlotIs(key, nullptr);
+   lookupCacheFor(key).handle = {true, nullptr};
    // The collection's hold leaves with it; a reference-only handle's users are unchanged.
    removed->uncountedHolderIs(false);
    notify("entryHandle", Fwk::ChangeKey::of(key));
@@ -293,31 +304,13 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandle(L3TunnelIntfKey 
 
 IngL3IifTable::LookupCache& IngL3IifTable::lookupCacheFor(L3TunnelIntfKey key) const {
    if (lookup_.key != key) {
-      lookup_ = LookupCache{.key = key};
+      lookup_ = LookupCache{.key = key, .handle = {}, .resolved = {}};
    }
    return lookup_;
 }
 
 const Fwk::Ptr<IngL3IifTable::EntryHandle>* IngL3IifTable::handleSlot(L3TunnelIntfKey key) const {
-   LookupCache& cache = lookupCacheFor(key);
-   if (!cache.handleKnown) {
-      const auto it = entryHandle_.find(key);
-      cache.handle = it == entryHandle_.end() ? nullptr : &it->second;
-      cache.handleKnown = true;
-   }
-   return cache.handle;
-}
-
-void IngL3IifTable::handleSlotIs(L3TunnelIntfKey key, const Fwk::Ptr<EntryHandle>* slot) const {
-   LookupCache& cache = lookupCacheFor(key);
-   cache.handle = slot;
-   cache.handleKnown = true;
-}
-
-void IngL3IifTable::resolvedSlotIs(L3TunnelIntfKey key, const std::optional<Entry>* slot) const {
-   LookupCache& cache = lookupCacheFor(key);
-   cache.resolved = slot;
-   cache.resolvedKnown = true;
+   return lookUp(entryHandle_, key, lookupCacheFor(key).handle);
 }
 
 void IngL3IifTable::resolvedEntryIs(L3TunnelIntfKey key, const std::optional<Entry>& value) {
@@ -342,7 +335,7 @@ void IngL3IifTable::resolvedEntryIs(L3TunnelIntfKey key, const std::optional<Ent
          stored = value;
       }
    } else {
-      resolvedSlotIs(key, &resolvedEntry_.emplace(key, value).first->second);
+      lookupCacheFor(key).resolved = {true, &resolvedEntry_.emplace(key, value).first->second};
    }
    Engine(this).handleEntry(key);
    notify("resolvedEntry", Fwk::ChangeKey::of(key));
@@ -355,7 +348,7 @@ std::optional<IngL3IifTable::Entry> IngL3IifTable::resolvedEntryDel(L3TunnelIntf
    }
    std::optional<Entry> removed = std::move(it->second);
    resolvedEntry_.erase(it);
-   resolvedSlotIs(key, nullptr);
+   lookupCacheFor(key).resolved = {true, nullptr};
    Engine(this).handleEntry(key);
    notify("resolvedEntry", Fwk::ChangeKey::of(key));
    return removed;
@@ -369,13 +362,7 @@ void IngL3IifTable::resolvedEntryDelAll() {
 
 const std::optional<IngL3IifTable::Entry>* IngL3IifTable::resolvedEntry(
     L3TunnelIntfKey key) const {
-   LookupCache& cache = lookupCacheFor(key);
-   if (!cache.resolvedKnown) {
-      const auto it = resolvedEntry_.find(key);
-      cache.resolved = it == resolvedEntry_.end() ? nullptr : &it->second;
-      cache.resolvedKnown = true;
-   }
-   return cache.resolved;
+   return lookUp(resolvedEntry_, key, lookupCacheFor(key).resolved);
 }
 
 void IngL3IifTable::indexAllocatorIs(const Fwk::Ptr<Asic::FirstFreeIndexAllocator>& allocator) {

@@ -250,12 +250,15 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    // One operation looks the same key up many times: the last key looked up is remembered with
    // where its handle and its resolved entry are (null: absent; unknown until looked up).
    // Pointers to unordered_map elements survive rehashing; the mutators that erase keep it true.
+   template <class T>
+   struct Remembered {
+      bool known = false;
+      const T* at = nullptr;
+   };
    struct LookupCache {
       L3TunnelIntfKey key;
-      bool handleKnown = false;
-      bool resolvedKnown = false;
-      const Fwk::Ptr<EntryHandle>* handle = nullptr;
-      const std::optional<Entry>* resolved = nullptr;
+      Remembered<Fwk::Ptr<EntryHandle>> handle;
+      Remembered<std::optional<Entry>> resolved;
    };
    // A row read back, or a gap it left (the collection's order is kept without moving rows).
    struct SyncedRow;
@@ -270,12 +273,10 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
 
    // Inserts the key's new member, made of the spare node and entity when there are.
    const Fwk::Ptr<UnresolvedEntry>& unresolvedEntryAdd(L3TunnelIntfKey key);
+   // The cache, emptied first when it remembers another key.
    LookupCache& lookupCacheFor(L3TunnelIntfKey key) const;
    // The key's member of entryHandle_, or null.
    const Fwk::Ptr<EntryHandle>* handleSlot(L3TunnelIntfKey key) const;
-   // Record that the key's member is now at `slot` (null: it was erased).
-   void handleSlotIs(L3TunnelIntfKey key, const Fwk::Ptr<EntryHandle>* slot) const;
-   void resolvedSlotIs(L3TunnelIntfKey key, const std::optional<Entry>* slot) const;
 
    Fwk::Ptr<Asic::FirstFreeIndexAllocator> indexAllocator_;
    Fwk::Ptr<Asic::WriteResponseSm> writeResponseSm_;
