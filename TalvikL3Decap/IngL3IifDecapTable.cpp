@@ -757,7 +757,11 @@ void IngL3IifTable::doCreateAllocator() { Engine(this).doCreateAllocator(); }
 
 void IngL3IifTable::doInitComplete() { Engine(this).doInitComplete(); }
 
-void IngL3IifTable::syncEntries() { Engine(this).syncEntries(); }
+void IngL3IifTable::syncEntries() {
+   Engine(this).syncEntries();
+   // Rows only arrive here: the synced entries give back what growing by doubling left unused.
+   syncedEntry_.shrink_to_fit();
+}
 
 void IngL3IifTable::purgeStaleEntries() { Engine(this).purgeStaleEntries(); }
 
