@@ -14,12 +14,15 @@ template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::doInitComplete() {
    SW_TRACE(9, "doInitComplete", "");
    swTable_->configReplayCompleteIs(true);
-   // Undecided: the key waits for no needed entry, has a value, and reconciliation left it.
+   // Undecided: the key waits for no needed entry, has a value, and reconciliation left it. The
+   // handle's state, a load, is tested before the lookups.
    const auto undecided = [this](const Key& key, const EntryHandle& handle) {
+      if (handle.entryState() != SwTableBase::unresolved) {
+         return false;
+      }
       const OptionalEntry* resolved = swTable_->resolvedEntry(key);
-      return swTable_->unresolvedEntry(key) == nullptr &&
-             handle.entryState() == SwTableBase::unresolved && resolved != nullptr &&
-             resolved->has_value();
+      return resolved != nullptr && resolved->has_value() &&
+             swTable_->unresolvedEntry(key) == nullptr;
    };
    // Programming may run hooks that change the collection; walk a snapshot of held handles.
    std::vector<Fwk::Ptr<EntryHandle>> handles;
@@ -103,9 +106,11 @@ template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::programExhaustedEntries() {
    std::vector<Key> exhausted;
    for (const auto& [key, handle] : swTable_->entryHandleMap()) {
+      if (handle->resolvedEntryState() != SwTableBase::hwIndexExhausted) {
+         continue;  // the common case, without a lookup
+      }
       const OptionalEntry* resolved = swTable_->resolvedEntry(key);
-      if (handle->resolvedEntryState() == SwTableBase::hwIndexExhausted && resolved &&
-          resolved->has_value() && !swTable_->unresolvedEntry(key)) {
+      if (resolved && resolved->has_value() && !swTable_->unresolvedEntry(key)) {
          exhausted.push_back(key);
       }
    }

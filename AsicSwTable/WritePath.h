@@ -88,7 +88,9 @@ typename SwTable::Accessor<Table, Key>::HandlePtr SwTable::Accessor<Table, Key>:
    Fwk::Ptr<EntryHandle> handle = swTable_->entryHandleIs(key, swTable_);
    holdForWrite(handle.get(), kind, true);
    handle->entryStateIs(SwTableBase::unresolved);
-   initUnresolvedEntry(swTable_->unresolvedEntryIs(key), entry);
+   Fwk::Ptr<UnresolvedEntry> ue = swTable_->unresolvedEntryIs(key);
+   initUnresolvedEntry(ue, entry);
+   swTable_->unresolvedEntryRecycle(std::move(ue));  // resolved at once, it is reused
    return handle;
 }
 

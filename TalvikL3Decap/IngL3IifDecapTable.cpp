@@ -1,6 +1,8 @@
 #include "TalvikL3Decap/IngL3IifDecapTable.h"
 
+#include <algorithm>
 #include <sstream>
+#include <utility>
 
 #include "AsicSwTable/SwTableAccessorImpl.h"
 #include "Fwk/Directory.h"
@@ -26,6 +28,17 @@ Fwk::Trace::Handle& statisticsHandle() {
 }
 const Fwk::Trace::Handle& loadTimeStatisticsHandle = statisticsHandle();
 const Fwk::Ptr<IngL3IifTable::UtilLoader> loadTimeUtilLoader = IngL3IifTable::UtilLoader::loaderSingletonIs();
+
+// The key's member of `map` (null: absent), looked up only when `remembered` does not know it.
+template <class Map, class Remembered>
+const typename Map::mapped_type* lookUp(const Map& map, L3TunnelIntfKey key,
+                                        Remembered& remembered) {
+   if (!remembered.known) {
+      const auto it = map.find(key);
+      remembered = {true, it == map.end() ? nullptr : &it->second};
+   }
+   return remembered.at;
+}
 
 const Fwk::TypeDescriptor& pendingPositionType() {
    static const Fwk::TypeDescriptor d(
@@ -173,6 +186,7 @@ IngL3IifTable::~IngL3IifTable() {
    resolvedEntry_.clear();
    entryHandle_.clear();
    unresolvedEntry_.clear();
+   lookup_ = {};
    writeResponseSm_ = nullptr;
    indexAllocator_ = nullptr;
 }
@@ -187,12 +201,28 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleFactory(L3TunnelI
 // ===== Collections =====
 
 Fwk::Ptr<IngL3IifTable::UnresolvedEntry> IngL3IifTable::unresolvedEntryIs(L3TunnelIntfKey key) {
-   auto [it, inserted] = unresolvedEntry_.try_emplace(key);
-   if (inserted) {
-      it->second = Fwk::make<UnresolvedEntry>(key, this);
-      notify("unresolvedEntry", Fwk::ChangeKey::of(key));
+   if (const auto it = unresolvedEntry_.find(key); it != unresolvedEntry_.end()) {
+      return it->second;
    }
-   return it->second;
+   Fwk::Ptr<UnresolvedEntry> member = unresolvedEntryAdd(key);
+   notify("unresolvedEntry", Fwk::ChangeKey::of(key));
+   return member;
+}
+
+const Fwk::Ptr<IngL3IifTable::UnresolvedEntry>& IngL3IifTable::unresolvedEntryAdd(
+    L3TunnelIntfKey key) {
+   Fwk::Ptr<UnresolvedEntry> member = std::move(spareUnresolvedEntry_);
+   if (member) {
+      member->key_ = key;
+   } else {
+      member = Fwk::make<UnresolvedEntry>(key, this);
+   }
+   if (spareUnresolvedNode_.empty()) {
+      return unresolvedEntry_.emplace(key, std::move(member)).first->second;
+   }
+   spareUnresolvedNode_.key() = key;
+   spareUnresolvedNode_.mapped() = std::move(member);
+   return unresolvedEntry_.insert(std::move(spareUnresolvedNode_)).position->second;
 }
 
 Fwk::Ptr<IngL3IifTable::UnresolvedEntry> IngL3IifTable::unresolvedEntryDel(L3TunnelIntfKey key) {
@@ -200,10 +230,24 @@ Fwk::Ptr<IngL3IifTable::UnresolvedEntry> IngL3IifTable::unresolvedEntryDel(L3Tun
    if (it == unresolvedEntry_.end()) {
       return nullptr;
    }
-   Fwk::Ptr<UnresolvedEntry> removed = std::move(it->second);
-   unresolvedEntry_.erase(it);
+   auto node = unresolvedEntry_.extract(it);
+   Fwk::Ptr<UnresolvedEntry> removed = std::move(node.mapped());
+   if (spareUnresolvedNode_.empty()) {
+      spareUnresolvedNode_ = std::move(node);
+   }
    notify("unresolvedEntry", Fwk::ChangeKey::of(key));
    return removed;
+}
+
+void IngL3IifTable::unresolvedEntryRecycle(Fwk::Ptr<UnresolvedEntry> member) {
+   const bool reusable = !spareUnresolvedEntry_ && member->holderCount() == 1 &&
+                         !member->uncountedHolder() && !member->publisher().hasObservers() &&
+                         member->neededEntryHandleSms() == 0 &&
+                         Fwk::Directory::nameOf(member.get()).empty();
+   if (reusable) {
+      member->entry = Entry();  // its value's references go now, as with a destroyed entry
+      spareUnresolvedEntry_ = std::move(member);
+   }
 }
 
 void IngL3IifTable::unresolvedEntryDelAll() {
@@ -228,6 +272,7 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleIs(L3TunnelIntfKe
       return it->second;
    }
    it->second = entryHandleFactory(key, table);
+   lookupCacheFor(key).handle = {true, &it->second};
    notify("entryHandle", Fwk::ChangeKey::of(key));
    return it->second;
 }
@@ -239,6 +284,7 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleDel(L3TunnelIntfK
    }
    Fwk::Ptr<EntryHandle> removed = std::move(it->second);
    entryHandle_.erase(it);
+   lookupCacheFor(key).handle = {true, nullptr};
    // The collection's hold leaves with it; a reference-only handle's users are unchanged.
    removed->uncountedHolderIs(false);
    notify("entryHandle", Fwk::ChangeKey::of(key));
@@ -252,14 +298,25 @@ void IngL3IifTable::entryHandleDelAll() {
 }
 
 Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandle(L3TunnelIntfKey key) const {
-   const auto it = entryHandle_.find(key);
-   return it == entryHandle_.end() ? nullptr : it->second;
+   const Fwk::Ptr<EntryHandle>* slot = handleSlot(key);
+   return slot ? *slot : nullptr;
+}
+
+IngL3IifTable::LookupCache& IngL3IifTable::lookupCacheFor(L3TunnelIntfKey key) const {
+   if (lookup_.key != key) {
+      lookup_ = LookupCache{.key = key, .handle = {}, .resolved = {}};
+   }
+   return lookup_;
+}
+
+const Fwk::Ptr<IngL3IifTable::EntryHandle>* IngL3IifTable::handleSlot(L3TunnelIntfKey key) const {
+   return lookUp(entryHandle_, key, lookupCacheFor(key).handle);
 }
 
 void IngL3IifTable::resolvedEntryIs(L3TunnelIntfKey key, const std::optional<Entry>& value) {
-   auto it = resolvedEntry_.find(key);
-   if (it != resolvedEntry_.end()) {
-      std::optional<Entry>& stored = it->second;
+   // The member is ours to change; the lookup (and its cache) only hands out const access.
+   if (auto* const current = const_cast<std::optional<Entry>*>(resolvedEntry(key))) {
+      std::optional<Entry>& stored = *current;
       if (&stored == &value) {
          return;
       }
@@ -278,7 +335,7 @@ void IngL3IifTable::resolvedEntryIs(L3TunnelIntfKey key, const std::optional<Ent
          stored = value;
       }
    } else {
-      resolvedEntry_.emplace(key, value);
+      lookupCacheFor(key).resolved = {true, &resolvedEntry_.emplace(key, value).first->second};
    }
    Engine(this).handleEntry(key);
    notify("resolvedEntry", Fwk::ChangeKey::of(key));
@@ -291,6 +348,7 @@ std::optional<IngL3IifTable::Entry> IngL3IifTable::resolvedEntryDel(L3TunnelIntf
    }
    std::optional<Entry> removed = std::move(it->second);
    resolvedEntry_.erase(it);
+   lookupCacheFor(key).resolved = {true, nullptr};
    Engine(this).handleEntry(key);
    notify("resolvedEntry", Fwk::ChangeKey::of(key));
    return removed;
@@ -304,8 +362,7 @@ void IngL3IifTable::resolvedEntryDelAll() {
 
 const std::optional<IngL3IifTable::Entry>* IngL3IifTable::resolvedEntry(
     L3TunnelIntfKey key) const {
-   const auto it = resolvedEntry_.find(key);
-   return it == resolvedEntry_.end() ? nullptr : &it->second;
+   return lookUp(resolvedEntry_, key, lookupCacheFor(key).resolved);
 }
 
 void IngL3IifTable::indexAllocatorIs(const Fwk::Ptr<Asic::FirstFreeIndexAllocator>& allocator) {
@@ -346,33 +403,73 @@ const IngL3IifTable::Util* IngL3IifTable::util() const noexcept {
 
 // ===== Synced entries =====
 
+std::size_t IngL3IifTable::syncedRowPosition(Asic::Index index, bool after) const {
+   const auto byIndex = [](const SyncedRow& row, Asic::Index i) { return row.index < i; };
+   const auto beyond = [](Asic::Index i, const SyncedRow& row) { return i < row.index; };
+   const auto it = after
+                       ? std::upper_bound(syncedEntry_.begin(), syncedEntry_.end(), index, beyond)
+                       : std::lower_bound(syncedEntry_.begin(), syncedEntry_.end(), index, byIndex);
+   return static_cast<std::size_t>(it - syncedEntry_.begin());
+}
+
+const IngL3IifTable::SyncedRow* IngL3IifTable::syncedRow(Asic::Index index) const {
+   const std::size_t at = syncedRowPosition(index);
+   if (at == syncedEntry_.size()) {
+      return nullptr;
+   }
+   const SyncedRow& row = syncedEntry_[at];
+   return row.index == index && row.present ? &row : nullptr;
+}
+
+IngL3IifTable::SyncedRow* IngL3IifTable::syncedRow(Asic::Index index) {
+   return const_cast<SyncedRow*>(std::as_const(*this).syncedRow(index));
+}
+
+void IngL3IifTable::syncedGapsCompact() {
+   if (syncedEntry_.size() - syncedEntryCount_ > syncedEntryCount_) {
+      std::erase_if(syncedEntry_, [](const SyncedRow& row) { return !row.present; });
+   }
+}
+
 void IngL3IifTable::syncedEntryIs(Asic::Index index, const Entry& entry) {
    const Fwk::ChangeKey key{&Asic::indexType(), index};
-   auto it = syncedEntry_.find(index);
-   if (it == syncedEntry_.end()) {
-      syncedEntry_.emplace(index, Fwk::make<VekSyncedEntry>(index, entry));
-      ++syncedEntryVersion_;
-      notifyWithPrevious("syncedEntry", key, [] { return toText(Entry()); });
+   if (SyncedRow* row = syncedRow(index)) {
+      Entry& stored = row->entry;
+      if (stored == entry) {
+         return;
+      }
+      const Entry previous = stored;
+      stored = entry;
+      notifyWithPrevious("syncedEntry", key, [&] { return toText(previous); });
       return;
    }
-   Entry& stored = it->second->entry;
-   if (stored == entry) {
-      return;
+   // The Util reads rows back in index order: most rows go to the end.
+   const bool last = syncedEntry_.empty() || syncedEntry_.back().index < index;
+   const std::size_t at = last ? syncedEntry_.size() : syncedRowPosition(index);
+   if (at < syncedEntry_.size() && syncedEntry_[at].index == index) {
+      syncedEntry_[at].entry = entry;  // the row comes back into its gap
+      syncedEntry_[at].present = true;
+   } else {
+      syncedEntry_.insert(syncedEntry_.begin() + static_cast<std::ptrdiff_t>(at),
+                          SyncedRow{index, true, entry});
    }
-   const Entry previous = stored;
-   stored = entry;
-   notifyWithPrevious("syncedEntry", key, [&] { return toText(previous); });
+   ++syncedEntryCount_;
+   ++syncedEntryVersion_;
+   notifyWithPrevious("syncedEntry", key, [] { return toText(Entry()); });
 }
 
 IngL3IifTable::Entry IngL3IifTable::syncedEntryDel(Asic::Index index) {
-   const auto it = syncedEntry_.find(index);
-   if (it == syncedEntry_.end()) {
+   SyncedRow* row = syncedRow(index);
+   if (row == nullptr) {
       return Entry();
    }
-   Fwk::Ptr<VekSyncedEntry> member = std::move(it->second);
-   syncedEntry_.erase(it);
+   // Released after the notification, as the removed member always was.
+   const Entry member = std::exchange(row->entry, Entry());
+   row->present = false;
+   --syncedEntryCount_;
    ++syncedEntryVersion_;
-   Entry removed = member->entry;
+   syncedGapsCompact();
+   Entry removed = member;
    notifyWithPrevious("syncedEntry", Fwk::ChangeKey{&Asic::indexType(), index},
                       [&] { return toText(removed); });
    return removed;
@@ -385,6 +482,7 @@ IngL3IifTable::Entry IngL3IifTable::syncedEntryDel(const SyncedEntryIterator& it
 void IngL3IifTable::syncedEntryDelAll() {
    if (!publisher().hasObservers()) {
       syncedEntry_.clear();
+      syncedEntryCount_ = 0;
       ++syncedEntryVersion_;
       return;
    }
@@ -394,13 +492,13 @@ void IngL3IifTable::syncedEntryDelAll() {
 }
 
 IngL3IifTable::Entry IngL3IifTable::syncedEntry(Asic::Index index) const {
-   const auto it = syncedEntry_.find(index);
-   return it == syncedEntry_.end() ? Entry() : it->second->entry;
+   const SyncedRow* row = syncedRow(index);
+   return row == nullptr ? Entry() : row->entry;
 }
 
 std::optional<IngL3IifTable::Entry> IngL3IifTable::syncedEntryGet(Asic::Index index) const {
-   const auto it = syncedEntry_.find(index);
-   return it == syncedEntry_.end() ? std::nullopt : std::optional<Entry>(it->second->entry);
+   const SyncedRow* row = syncedRow(index);
+   return row == nullptr ? std::nullopt : std::optional<Entry>(row->entry);
 }
 
 IngL3IifTable::SyncedEntryIterator IngL3IifTable::syncedEntryIter(Asic::Index from) const {
@@ -409,24 +507,37 @@ IngL3IifTable::SyncedEntryIterator IngL3IifTable::syncedEntryIter(Asic::Index fr
 
 IngL3IifTable::SyncedEntryIterator::SyncedEntryIterator(const IngL3IifTable* table,
                                                         Asic::Index from)
-    : table_(table), it_(table->syncedEntry_.lower_bound(from)), version_(table->syncedEntryVersion_) {
-   if (it_ != table_->syncedEntry_.end()) {
-      current_ = it_->second;
-   }
+    : table_(table),
+      position_(table->syncedRowPosition(from)),
+      version_(table->syncedEntryVersion_) {
+   settle();
 }
 
 void IngL3IifTable::SyncedEntryIterator::advance() {
-   if (!current_) {
+   if (done_) {
       return;
    }
-   const auto& map = table_->syncedEntry_;
    if (version_ != table_->syncedEntryVersion_) {
-      it_ = map.upper_bound(current_->index);  // the successor by index, not by link
+      position_ = table_->syncedRowPosition(index_, true);  // the successor by index
       version_ = table_->syncedEntryVersion_;
    } else {
-      ++it_;
+      ++position_;
    }
-   current_ = it_ == map.end() ? nullptr : it_->second;
+   settle();
+}
+
+void IngL3IifTable::SyncedEntryIterator::settle() {
+   const SyncedRows& rows = table_->syncedEntry_;
+   while (position_ < rows.size() && !rows[position_].present) {
+      ++position_;
+   }
+   if (position_ == rows.size()) {
+      done_ = true;
+      entry_ = Entry();
+      return;
+   }
+   index_ = rows[position_].index;
+   entry_ = rows[position_].entry;
 }
 
 // ===== Entry handle =====
@@ -646,7 +757,11 @@ void IngL3IifTable::doCreateAllocator() { Engine(this).doCreateAllocator(); }
 
 void IngL3IifTable::doInitComplete() { Engine(this).doInitComplete(); }
 
-void IngL3IifTable::syncEntries() { Engine(this).syncEntries(); }
+void IngL3IifTable::syncEntries() {
+   Engine(this).syncEntries();
+   // Rows only arrive here: the synced entries give back what growing by doubling left unused.
+   syncedEntry_.shrink_to_fit();
+}
 
 void IngL3IifTable::purgeStaleEntries() { Engine(this).purgeStaleEntries(); }
 

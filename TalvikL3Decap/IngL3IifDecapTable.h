@@ -8,10 +8,10 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "Asic/EntryBase.h"
 #include "Asic/FirstFreeIndexAllocator.h"
@@ -33,7 +33,6 @@ class EntityManager;
 namespace TalvikL3Decap {
 
 using TalvikL3Common::L3TunnelIntfKey;
-class VekSyncedEntry;
 
 class IngL3IifTable : public Asic::SwUnknownIndexTable {
   public:
@@ -67,6 +66,10 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    // gives null when absent.
    Fwk::Ptr<UnresolvedEntry> unresolvedEntryIs(L3TunnelIntfKey key);
    Fwk::Ptr<UnresolvedEntry> unresolvedEntryDel(L3TunnelIntfKey key);
+   // Takes back an unresolved entry that the caller made with unresolvedEntryIs and no longer
+   // needs: when nothing else holds, observes or names it (its value resolved at once), the next
+   // unresolvedEntryIs reuses it instead of making one. Otherwise it is released as usual.
+   void unresolvedEntryRecycle(Fwk::Ptr<UnresolvedEntry> member);
    void unresolvedEntryDelAll();
    Fwk::Ptr<UnresolvedEntry> unresolvedEntry(L3TunnelIntfKey key) const;
    std::uint32_t unresolvedEntrys() const noexcept {
@@ -83,7 +86,7 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    void entryHandleDelAll();
    // The key's handle, or null.
    Fwk::Ptr<EntryHandle> entryHandle(L3TunnelIntfKey key) const;
-   bool entryHandleHas(L3TunnelIntfKey key) const { return entryHandle_.contains(key); }
+   bool entryHandleHas(L3TunnelIntfKey key) const { return handleSlot(key) != nullptr; }
    // Number of entry handles.
    std::uint32_t entrys() const noexcept { return static_cast<std::uint32_t>(entryHandle_.size()); }
 
@@ -98,7 +101,7 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    void resolvedEntryDelAll();
    // The key's resolved entry: null when absent, else a pointer to the stored optional.
    const std::optional<Entry>* resolvedEntry(L3TunnelIntfKey key) const;
-   bool resolvedEntryHas(L3TunnelIntfKey key) const { return resolvedEntry_.contains(key); }
+   bool resolvedEntryHas(L3TunnelIntfKey key) const { return resolvedEntry(key) != nullptr; }
    std::uint32_t resolvedEntrys() const noexcept {
       return static_cast<std::uint32_t>(resolvedEntry_.size());
    }
@@ -112,10 +115,8 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    // The row read back at the index: a default Entry, or nothing, when there is none.
    Entry syncedEntry(Asic::Index index) const;
    std::optional<Entry> syncedEntryGet(Asic::Index index) const;
-   bool syncedEntryHas(Asic::Index index) const { return syncedEntry_.contains(index); }
-   std::uint32_t syncedEntrys() const noexcept {
-      return static_cast<std::uint32_t>(syncedEntry_.size());
-   }
+   bool syncedEntryHas(Asic::Index index) const { return syncedRow(index) != nullptr; }
+   std::uint32_t syncedEntrys() const noexcept { return syncedEntryCount_; }
    class SyncedEntryIterator;
    // A walk in ascending index order from the first member whose index is not below `from`.
    SyncedEntryIterator syncedEntryIter(Asic::Index from = 0) const;
@@ -246,13 +247,49 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    template <class, class>
    friend class Asic::SwTable::Accessor;
 
+   // One operation looks the same key up many times: the last key looked up is remembered with
+   // where its handle and its resolved entry are (null: absent; unknown until looked up).
+   // Pointers to unordered_map elements survive rehashing; the mutators that erase keep it true.
+   template <class T>
+   struct Remembered {
+      bool known = false;
+      const T* at = nullptr;
+   };
+   struct LookupCache {
+      L3TunnelIntfKey key;
+      Remembered<Fwk::Ptr<EntryHandle>> handle;
+      Remembered<std::optional<Entry>> resolved;
+   };
+   // A row read back, or a gap it left (the collection's order is kept without moving rows).
+   struct SyncedRow;
+   using SyncedRows = std::vector<SyncedRow>;
+   // The position of the first row or gap whose index is not below (`after`: is above) `index`.
+   std::size_t syncedRowPosition(Asic::Index index, bool after = false) const;
+   // The row read back at the index, or null.
+   const SyncedRow* syncedRow(Asic::Index index) const;
+   SyncedRow* syncedRow(Asic::Index index);
+   // Closes the gaps once they outnumber the rows, which keeps the cost amortised constant.
+   void syncedGapsCompact();
+
+   // Inserts the key's new member, made of the spare node and entity when there are.
+   const Fwk::Ptr<UnresolvedEntry>& unresolvedEntryAdd(L3TunnelIntfKey key);
+   // The cache, emptied first when it remembers another key.
+   LookupCache& lookupCacheFor(L3TunnelIntfKey key) const;
+   // The key's member of entryHandle_, or null.
+   const Fwk::Ptr<EntryHandle>* handleSlot(L3TunnelIntfKey key) const;
+
    Fwk::Ptr<Asic::FirstFreeIndexAllocator> indexAllocator_;
    Fwk::Ptr<Asic::WriteResponseSm> writeResponseSm_;
    std::unordered_map<L3TunnelIntfKey, Fwk::Ptr<UnresolvedEntry>> unresolvedEntry_;
+   // Most values resolve in the call that made them: a node and an entity kept for reuse.
+   decltype(unresolvedEntry_)::node_type spareUnresolvedNode_;
+   Fwk::Ptr<UnresolvedEntry> spareUnresolvedEntry_;
    std::unordered_map<L3TunnelIntfKey, Fwk::Ptr<EntryHandle>> entryHandle_;
    std::unordered_map<L3TunnelIntfKey, std::optional<Entry>> resolvedEntry_;
-   std::map<Asic::Index, Fwk::Ptr<VekSyncedEntry>> syncedEntry_;
+   SyncedRows syncedEntry_;                // by ascending index
+   std::uint32_t syncedEntryCount_ = 0;    // rows, gaps not counted
    std::uint64_t syncedEntryVersion_ = 0;  // bumped by every membership change
+   mutable LookupCache lookup_;
 };
 
 // A new table, held by the returned pointer.
@@ -389,39 +426,44 @@ class IngL3IifTable::UnresolvedEntry : public Asic::SwTable::UnresolvedEntry {
    Entry entry;
 
   private:
+   friend class IngL3IifTable;  // re-keys a recycled entry
    L3TunnelIntfKey key_;
 };
 
 // --- synced entry: a row read back from hardware ---
 
-class VekSyncedEntry : public Fwk::Entity {
-  public:
-   static constexpr std::string_view kTypeName = "VekSyncedEntry";
-   VekSyncedEntry(Asic::Index index, const IngL3IifTable::Entry& entry)
-       : index(index), entry(entry) {}
-   const Asic::Index index;
-   IngL3IifTable::Entry entry;
+// Stored by value in index order. Removing a row leaves a gap (no entry, its references
+// released) in its place until syncedGapsCompact closes the gaps.
+struct IngL3IifTable::SyncedRow {
+   Asic::Index index;
+   bool present;  // false: a gap
+   Entry entry;
 };
 
-// A walk over synced entries in ascending index order. It holds its current member; when the
-// collection changed since the walk last moved, it finds the successor by index instead of
-// following the map's links, so members may be removed while walking.
+// A walk over synced entries in ascending index order. It holds a copy of its current member, so
+// the member stays readable when removed; when the collection changed since the walk last moved,
+// it finds the successor by index instead of by position, so members may be removed while
+// walking.
 class IngL3IifTable::SyncedEntryIterator {
   public:
-   bool done() const noexcept { return !current_; }
+   bool done() const noexcept { return done_; }
    // The current member's index and row; only while not done.
-   Asic::Index index() const noexcept { return current_->index; }
-   const Entry& entry() const noexcept { return current_->entry; }
+   Asic::Index index() const noexcept { return index_; }
+   const Entry& entry() const noexcept { return entry_; }
    // To the member with the next higher index.
    void advance();
 
   private:
    friend class IngL3IifTable;
    SyncedEntryIterator(const IngL3IifTable* table, Asic::Index from);
+   // Takes the first member at or after position_ as the current one, or ends the walk.
+   void settle();
    const IngL3IifTable* table_;
-   Fwk::Ptr<VekSyncedEntry> current_;
-   std::map<Asic::Index, Fwk::Ptr<VekSyncedEntry>>::const_iterator it_;
+   std::size_t position_;
    std::uint64_t version_;
+   Asic::Index index_ = 0;
+   Entry entry_;
+   bool done_ = false;
 };
 
 // --- utility object: the chip-specific plug-in implements the pure operations ---

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <tuple>
 
@@ -137,6 +138,39 @@ TEST_F(CollectionsTest, EntryHandleOfAnotherTableIsRefusedAndLeftAsItWas) {
    EXPECT_TRUE(obs.changes().empty());
 }
 
+// A value that resolves at once leaves its unresolved entry for the next write to reuse. The next
+// write's entry reads as new (its key, a default value) and is published as before; one that
+// someone still holds is never reused.
+TEST_F(CollectionsTest, UnresolvedEntriesOfImmediateWritesReadAsNew) {
+   Fwk::Ptr<IngL3IifTable::UnresolvedEntry> held;
+   std::vector<std::pair<L3TunnelIntfKey, Opt>> atInsertion;
+   ProbeObserver probe(t(), "unresolvedEntry", [&] {
+      for (std::uint64_t key : {5, 6, 7}) {
+         if (const auto ue = t().unresolvedEntry(k(key))) {
+            atInsertion.emplace_back(ue->key(), ue->entry);
+            if (key == 5) {
+               held = ue;
+            }
+         }
+      }
+   });
+   Fwk::RecordingObserver obs(t());
+   t().entryCommit(k(5), value(1, 3));
+   t().entryCommit(k(6), value(2, 4));
+   t().entryCommit(k(7), value(3, 5));
+   ASSERT_EQ(atInsertion.size(), 3U);
+   for (std::size_t i = 0; i < atInsertion.size(); ++i) {
+      EXPECT_EQ(atInsertion[i].first, k(5 + i));
+      EXPECT_EQ(fields(atInsertion[i].second), fields(Entry()));
+   }
+   ASSERT_TRUE(held);
+   EXPECT_EQ(held->key(), k(5));
+   EXPECT_EQ(fields(held->entry), fields(value(1, 3)));
+   EXPECT_EQ(t().unresolvedEntrys(), 0U);
+   EXPECT_EQ(std::count(obs.changes().begin(), obs.changes().end(), "unresolvedEntry[6]"), 2);
+   EXPECT_EQ(fields(t().entry(k(7))), fields(value(3, 5)));
+}
+
 // --- resolved entries ---
 
 struct ResolvedCase {
@@ -220,6 +254,35 @@ TEST_F(CollectionsTest, ResolvedEntryDelAllProcessesEveryKey) {
    EXPECT_THAT(obs.changes(),
                UnorderedElementsAre("resolvedEntry[1]", "resolvedEntry[2]", "resolvedEntry[3]"));
    EXPECT_EQ(t().resolvedEntrys(), 0U);
+}
+
+// A key looked up, erased and made again reads as each step left it, also when other keys grew
+// the collections (and rehashed them) in between.
+TEST_F(CollectionsTest, LookupsFollowEraseAndReinsertOfTheSameKey) {
+   const auto first = t().entryHandleIs(k(5), &t());
+   t().resolvedEntryIs(k(5), value(1, 3));
+   ASSERT_EQ(t().entryHandle(k(5)), first);
+   ASSERT_TRUE(t().resolvedEntryHas(k(5)));
+   t().resolvedEntryDel(k(5));
+   t().entryHandleDel(k(5));
+   EXPECT_EQ(t().entryHandle(k(5)), nullptr);
+   EXPECT_FALSE(t().entryHandleHas(k(5)));
+   EXPECT_EQ(t().resolvedEntry(k(5)), nullptr);
+   EXPECT_FALSE(t().resolvedEntryHas(k(5)));
+   const auto second = t().entryHandleIs(k(5), &t());
+   t().resolvedEntryIs(k(5), value(2, 4));
+   for (std::uint32_t key = 100; key < 400; ++key) {
+      t().entryHandleIs(k(key), &t());
+      t().resolvedEntryIs(k(key), value(key, 0));
+   }
+   EXPECT_EQ(t().entryHandle(k(5)), second);
+   EXPECT_NE(second, first);
+   ASSERT_TRUE(t().resolvedEntryHas(k(5)));
+   EXPECT_EQ(fields(*t().resolvedEntry(k(5))), fields(value(2, 4)));
+   t().resolvedEntryDelAll();
+   t().entryHandleDelAll();
+   EXPECT_FALSE(t().entryHandleHas(k(5)));
+   EXPECT_FALSE(t().resolvedEntryHas(k(5)));
 }
 
 // --- single attributes ---
