@@ -216,7 +216,7 @@ Fwk::Ptr<FirstFreeIndexAllocator> GenericIndexAllocatorStub::createSharedAllocat
       if (factory == s.factories.end()) {
          s.allocators.erase(&allocatorType);
          throw std::invalid_argument("no factory for shared allocator type " +
-                                     allocatorType.name());
+                                     std::string(allocatorType.name()));
       }
       allocator = factory->second();
    }
