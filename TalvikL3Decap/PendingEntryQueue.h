@@ -161,8 +161,10 @@ class PendingEntryQueue {
    }
 
    static void* blockStorage(std::uint32_t exp) {
-      if (exp == kFirstCapacityExponent && spare().storage != nullptr) {
-         return std::exchange(spare().storage, nullptr);
+      if (exp == kFirstCapacityExponent) {
+         if (void* kept = std::exchange(spare().storage, nullptr)) {
+            return kept;
+         }
       }
       return ::operator new(sizeof(Block) + (std::size_t{1} << exp) * sizeof(T));
    }

@@ -17,10 +17,14 @@ namespace Asic {
 // Key-type numbers start at 1; 0 stands for no key (an empty slot, an index without owner).
 inline constexpr std::uint32_t kNoKeyType = 0;
 
+// Every bit of the key reaches the top bits that choose the slot (a 64-bit finaliser): keys in
+// an arithmetic progression, as multiplicative key spreading makes them, must not cluster.
 struct KeyIndexHash {
    std::uint64_t operator()(std::uint32_t type, std::uint64_t bits) const noexcept {
-      // Fibonacci hashing: the table takes the top bits, which the multiplication mixes well.
-      return (bits ^ (std::uint64_t{type} << 56)) * 0x9e3779b97f4a7c15ULL;
+      std::uint64_t x = bits + type * 0x9e3779b97f4a7c15ULL;
+      x = (x ^ (x >> 33)) * 0xff51afd7ed558ccdULL;
+      x = (x ^ (x >> 33)) * 0xc4ceb9fe1a85ec53ULL;
+      return x ^ (x >> 33);
    }
 };
 
