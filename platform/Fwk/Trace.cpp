@@ -194,12 +194,6 @@ void writeLine(std::FILE* file, const Record& record) {
 
 }  // namespace
 
-void emitLine(const Handle& handle, Level level, const char* file, int line, const char* function,
-              ComposeFn compose, const void* context) {
-   Line composed(handle, level, file, line, function);
-   compose(context, composed);
-}
-
 Handle::Handle(std::string_view name, bool /*flag*/) : name_(name) {
    auto& r = registry();
    const std::lock_guard lock(r.mutex);

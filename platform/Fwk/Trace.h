@@ -174,37 +174,18 @@ Fwk::Trace::Line& Fwk::Trace::Line::operator<<(const T& value) {
    return *this;
 }
 
-namespace Fwk::Trace {
-// Composes one line (`compose(context, line)`) and emits it. Out of line, and reached through a
-// function pointer, so that composing never lands in the tracing function: there it would cost
-// registers and stack on every call, traced or not.
-using ComposeFn = void (*)(const void* context, Line& line);
-void emitLine(const Handle& handle, Level level, const char* file, int line, const char* function,
-              ComposeFn compose, const void* context);
-
-template <class Compose>
-void emitLine(const Handle& handle, Level level, const char* file, int line, const char* function,
-              const Compose& compose) {
-   const ComposeFn call = [](const void* context, Line& composed) {
-      (*static_cast<const Compose*>(context))(composed);
-   };
-   emitLine(handle, level, file, line, function, call, &compose);
-}
-}  // namespace Fwk::Trace
-
 #if defined(L3DECAP_TRACE_COMPILED_OUT)
 #define FWK_TRACE(handle, level, message) \
    do {                                   \
    } while (0)
 #else
-// FWK_TRACE(handle, 8, "step" << " key: " << key): the message is a chain of << operands,
-// composed by emitLine only when the level is enabled.
-#define FWK_TRACE(handle, level, message)                                                      \
-   do {                                                                                        \
-      const ::Fwk::Trace::Handle& fwkTraceHandle_ = (handle);                                  \
-      if (fwkTraceHandle_.enabled(level)) [[unlikely]] {                                       \
-         ::Fwk::Trace::emitLine(fwkTraceHandle_, level, __FILE__, __LINE__, __func__,          \
-                                [&](::Fwk::Trace::Line& fwkTraceLine_) { fwkTraceLine_ << message; }); \
-      }                                                                                        \
+// FWK_TRACE(handle, 8, "step" << " key: " << key): the message is a chain of << operands.
+#define FWK_TRACE(handle, level, message)                                                 \
+   do {                                                                                   \
+      const ::Fwk::Trace::Handle& fwkTraceHandle_ = (handle);                             \
+      if (fwkTraceHandle_.enabled(level)) [[unlikely]] {                                  \
+         ::Fwk::Trace::Line fwkTraceLine_(fwkTraceHandle_, level, __FILE__, __LINE__, __func__); \
+         fwkTraceLine_ << message;                                                        \
+      }                                                                                   \
    } while (0)
 #endif
