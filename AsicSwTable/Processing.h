@@ -103,7 +103,7 @@ void SwTable::Accessor<Table, Key>::retireSyncedEntry(Index hwIndex) {
 
 template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::handleEntryState(const EntryHandle* entryHandle,
-                                                     const Key& key) const {
+                                                     [[maybe_unused]] const Key& key) const {
    const SwTableBase::EntryState state = entryHandle->entryState();
    SW_TRACE(6, "handleEntryState", " entryhandle state: " << state << " at key : " << key);
    switch (state) {

@@ -81,7 +81,8 @@ void SwTable::Accessor<Table, Key>::hwTableEntryIs(const Util* util, const Key& 
 }
 
 template <class Table, class Key>
-void SwTable::Accessor<Table, Key>::hwTableEntryDel(const Util* util, const Key& key,
+void SwTable::Accessor<Table, Key>::hwTableEntryDel(const Util* util,
+                                                    [[maybe_unused]] const Key& key,
                                                     std::optional<Index> hwIndex) {
    SW_TRACE(8, "hwTableEntryDel", ": Deleting entry at key:" << key);
    const PriorResolvedEntry prior = swTable_->priorResolvedEntry();

@@ -57,7 +57,7 @@ void SwTable::Accessor<Table, Key>::cleanup() {
    }
    if (const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator()) {
       if (allocator->hasTable(swTable_)) {
-         FWK_TRACE(Detail::engineTrace<MutableTable>(), 6,
+         FWK_TRACE(Detail::engineTraceHandle<MutableTable>, 6,
                    "Trying to delete shared allocator for table:" << swTable_->entityText());
          GenericIndexAllocatorStub::freeSharedAllocator(Fwk::typeOf<MutableTable>(),
                                                         allocator->typeData(), swTable_);

@@ -1,6 +1,6 @@
 // Engine tracing: one text trace handle per table type, named after the table type and created
-// on first use; every engine line reads "<table type> : <step><text>". Ring-buffer records name
-// the table by its short name.
+// when the library is loaded; every engine line reads "<table type> : <step><text>". Ring-buffer
+// records name the table by its short name.
 #pragma once
 
 #include "Fwk/RingTrace.h"
@@ -8,18 +8,17 @@
 
 namespace Asic::Detail {
 
+// A variable rather than a function holding a local static: a disabled trace check is then one
+// load of the handle's level mask, not an out-of-line call.
 template <class Table>
-const Fwk::Trace::Handle& engineTrace() {
-   static const Fwk::Trace::Handle handle(Table::kTypeName, false);  // thread-safe, first use
-   return handle;
-}
+inline const Fwk::Trace::Handle engineTraceHandle{Table::kTypeName, false};
 
 }  // namespace Asic::Detail
 
 // SW_TRACE(8, "handleEntry", " key: " << key): a line of the engine's handle for the table type
 // `MutableTable` of the enclosing accessor.
-#define SW_TRACE(level, step, message)                                                      \
-   FWK_TRACE(::Asic::Detail::engineTrace<MutableTable>(), level,                            \
+#define SW_TRACE(level, step, message)                               \
+   FWK_TRACE(::Asic::Detail::engineTraceHandle<MutableTable>, level, \
              MutableTable::kTypeName << " : " << step << message)
 
 // SW_RING_TRACE("entryRef"): the "{}: {}" record naming the table and the operation.

@@ -56,7 +56,7 @@ typename SwTable::Accessor<Table, Key>::HandlePtr SwTable::Accessor<Table, Key>:
 template <class Table, class Key>
 typename SwTable::Accessor<Table, Key>::HandlePtr SwTable::Accessor<Table, Key>::write(
     const Key& key, const Entry& entry, WriteKind kind) {
-   const char* const op = kind == WriteKind::ref ? "entryRef" : "entryCommit";
+   [[maybe_unused]] const char* const op = kind == WriteKind::ref ? "entryRef" : "entryCommit";
    if (const auto ue = swTable_->unresolvedEntry(key)) {
       if (ue->entry == entry) {
          SW_TRACE(5, op,

@@ -9,9 +9,12 @@
 // the number of entries queued, if that is at least 8 (at most 8192), else 4. A block is freed as
 // soon as its last entry leaves. An empty queue holds no block; it keeps the next position in
 // its own field (the zero-capacity block that would remember it costs an allocation per handle).
+// Each thread keeps the last freed 4-entry block for the next one needed: a re-commit or a
+// removal queues one value, and its acknowledgement frees the block again.
 #pragma once
 
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <new>
 #include <utility>
@@ -112,6 +115,8 @@ class PendingEntryQueue {
    }
 
   private:
+   static constexpr std::uint32_t kFirstCapacityExponent = 2;  // 4 entries
+
    struct Block {
       Position firstPos;
       std::uint32_t offset : 14;
@@ -134,15 +139,51 @@ class PendingEntryQueue {
    static std::uint32_t nextCapacityExponent(std::uint32_t queued) noexcept {
       const std::uint32_t cap = std::bit_ceil(queued + 1);  // smallest power of two above
       if (cap < 8) {
-         return 2;
+         return kFirstCapacityExponent;
       }
       return static_cast<std::uint32_t>(std::countr_zero(cap < 8192 ? cap : 8192U));
    }
 
+   // The thread's spare first-size block (raw storage); freed when the thread ends, and not kept
+   // by queues that free blocks after that (in destructors of static objects).
+   struct SpareBlock {
+      void* storage = nullptr;
+      bool gone = false;
+      ~SpareBlock() {
+         ::operator delete(storage);
+         storage = nullptr;
+         gone = true;
+      }
+   };
+   static SpareBlock& spare() noexcept {
+      static thread_local SpareBlock s;
+      return s;
+   }
+
+   static void* blockStorage(std::uint32_t exp) {
+      if (exp == kFirstCapacityExponent) {
+         if (void* kept = std::exchange(spare().storage, nullptr)) {
+            return kept;
+         }
+      }
+      return ::operator new(sizeof(Block) + (std::size_t{1} << exp) * sizeof(T));
+   }
+
+   static void blockFree(Block* b) noexcept {
+      const bool firstSize = b->capExp == kFirstCapacityExponent;
+      b->~Block();
+      SpareBlock& s = spare();
+      if (firstSize && s.storage == nullptr && !s.gone) {
+         s.storage = b;
+      } else {
+         ::operator delete(b);
+      }
+   }
+
    void addBlock() {
-      const std::uint32_t exp = back_ == nullptr ? 2 : nextCapacityExponent(size_);
-      void* raw = ::operator new(sizeof(Block) + (std::size_t{1} << exp) * sizeof(T));
-      Block* b = new (raw) Block{nextPos_, 0, 0, exp, nullptr};
+      const std::uint32_t exp =
+          back_ == nullptr ? kFirstCapacityExponent : nextCapacityExponent(size_);
+      Block* b = new (blockStorage(exp)) Block{nextPos_, 0, 0, exp, nullptr};
       if (back_ == nullptr) {
          b->next = b;
       } else {
@@ -159,8 +200,7 @@ class PendingEntryQueue {
       } else {
          back_->next = f->next;
       }
-      f->~Block();
-      ::operator delete(f);
+      blockFree(f);
    }
 
    Block* back_ = nullptr;

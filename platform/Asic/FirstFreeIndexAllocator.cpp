@@ -20,12 +20,14 @@ void FirstFreeIndexAllocator::numIndicesIs(std::uint32_t n) {
    if (n == numIndices_) {
       return;
    }
-   const std::uint32_t keep = std::max<std::uint32_t>(n, static_cast<std::uint32_t>(owners_.size()));
-   if (keep > owners_.size()) {
+   const std::uint32_t keep =
+       std::max<std::uint32_t>(n, static_cast<std::uint32_t>(ownerTypes_.size()));
+   if (keep > ownerTypes_.size()) {
       taken_.resize(wordsFor(keep), 0);
       heldBack_.resize(wordsFor(keep), 0);
       fullWords_.resize(wordsFor(taken_.size()), 0);
-      owners_.resize(keep);
+      ownerTypes_.resize(keep, kNoKeyType);
+      ownerBits_.resize(keep, 0);
    }
    numIndices_ = n;
    notify("numIndices");
@@ -69,69 +71,89 @@ Index FirstFreeIndexAllocator::lowestFree() const noexcept {
    return kInvalidIndex;
 }
 
-void FirstFreeIndexAllocator::bind(Index i, const GenericKey& key) {
+std::uint32_t FirstFreeIndexAllocator::keyTypeNumber(
+    const Fwk::TypeDescriptor& type) const noexcept {
+   const auto it = std::find(keyTypes_.begin(), keyTypes_.end(), &type);
+   return it == keyTypes_.end() ? kNoKeyType
+                                : static_cast<std::uint32_t>(it - keyTypes_.begin()) + 1;
+}
+
+std::uint32_t FirstFreeIndexAllocator::keyTypeNumberIs(const Fwk::TypeDescriptor& type) {
+   const std::uint32_t number = keyTypeNumber(type);
+   if (number != kNoKeyType) {
+      return number;
+   }
+   keyTypes_.push_back(&type);
+   return static_cast<std::uint32_t>(keyTypes_.size());
+}
+
+void FirstFreeIndexAllocator::bind(Index i, std::uint32_t type, std::uint64_t bits) {
    if (bitSet(heldBack_, i)) {
       heldBack_[i / 64] &= ~(std::uint64_t{1} << (i % 64));
       --heldBackCount_;
    } else {
       markTaken(i);
    }
-   owners_[i] = key;
-   byKey_.emplace(key, i);
+   ownerTypes_[i] = type;
+   ownerBits_[i] = bits;
+   byKey_.insert(type, bits, i);
    ++used_;
 }
 
 void FirstFreeIndexAllocator::unbind(Index i) noexcept {
-   byKey_.erase(owners_[i]);
-   owners_[i] = GenericKey{};
+   byKey_.erase(ownerTypes_[i], ownerBits_[i]);
+   ownerTypes_[i] = kNoKeyType;
+   ownerBits_[i] = 0;
    markFree(i);
    --used_;
 }
 
 Index FirstFreeIndexAllocator::indexAcquire(const Fwk::TypeDescriptor& type, const void* key) {
-   const GenericKey k = GenericKey::of(type, key);
-   if (const auto it = byKey_.find(k); it != byKey_.end()) {
-      return it->second;
+   const std::uint32_t number = keyTypeNumberIs(type);
+   const std::uint64_t bits = type.keyBits(key);
+   if (const Index bound = byKey_.find(number, bits); bound != kInvalidIndex) {
+      return bound;
    }
    const Index i = lowestFree();
    if (i != kInvalidIndex) {
-      bind(i, k);
+      bind(i, number, bits);
    }
    return i;
 }
 
 Index FirstFreeIndexAllocator::index(const Fwk::TypeDescriptor& type, const void* key) const {
-   const auto it = byKey_.find(GenericKey::of(type, key));
-   return it == byKey_.end() ? kInvalidIndex : it->second;
+   const std::uint32_t number = keyTypeNumber(type);
+   return number == kNoKeyType ? kInvalidIndex : byKey_.find(number, type.keyBits(key));
 }
 
 std::optional<GenericKey> FirstFreeIndexAllocator::owner(Index index) const {
-   if (index >= owners_.size() || owners_[index].type == nullptr) {
+   if (index >= ownerTypes_.size() || ownerTypes_[index] == kNoKeyType) {
       return std::nullopt;
    }
-   return owners_[index];
+   return GenericKey{keyTypes_[ownerTypes_[index] - 1], ownerBits_[index]};
 }
 
 void FirstFreeIndexAllocator::indexRelease(const Fwk::TypeDescriptor& type, const void* key) {
-   const auto it = byKey_.find(GenericKey::of(type, key));
-   if (it != byKey_.end()) {
-      unbind(it->second);
+   const Index i = index(type, key);
+   if (i != kInvalidIndex) {
+      unbind(i);
    }
 }
 
 bool FirstFreeIndexAllocator::recoverIndexForKey(Index index, const Fwk::TypeDescriptor& type,
                                                  const void* key) {
-   if (index >= owners_.size()) {
+   if (index >= ownerTypes_.size()) {
       return false;
    }
-   const GenericKey k = GenericKey::of(type, key);
-   if (owners_[index].type != nullptr) {
-      return owners_[index] == k;
+   const std::uint32_t number = keyTypeNumberIs(type);
+   const std::uint64_t bits = type.keyBits(key);
+   if (ownerTypes_[index] != kNoKeyType) {
+      return ownedBy(index, number, bits);
    }
-   if (byKey_.contains(k)) {
+   if (byKey_.find(number, bits) != kInvalidIndex) {
       return false;  // the key holds another index already
    }
-   bind(index, k);
+   bind(index, number, bits);
    return true;
 }
 
@@ -153,10 +175,10 @@ bool FirstFreeIndexAllocator::indexAvailable(Index index) const noexcept {
 }
 
 void FirstFreeIndexAllocator::indexAvailableIs(Index index) {
-   if (index >= owners_.size()) {
+   if (index >= ownerTypes_.size()) {
       return;
    }
-   if (owners_[index].type != nullptr) {
+   if (ownerTypes_[index] != kNoKeyType) {
       unbind(index);
    } else if (bitSet(heldBack_, index)) {
       heldBack_[index / 64] &= ~(std::uint64_t{1} << (index % 64));
@@ -167,8 +189,12 @@ void FirstFreeIndexAllocator::indexAvailableIs(Index index) {
 
 std::vector<Index> FirstFreeIndexAllocator::indicesBoundTo(const Fwk::TypeDescriptor& type) const {
    std::vector<Index> indices;
-   for (Index i = 0; i < owners_.size(); ++i) {
-      if (owners_[i].type == &type) {
+   const std::uint32_t number = keyTypeNumber(type);
+   if (number == kNoKeyType) {
+      return indices;
+   }
+   for (Index i = 0; i < ownerTypes_.size(); ++i) {
+      if (ownerTypes_[i] == number) {
          indices.push_back(i);
       }
    }
@@ -216,7 +242,7 @@ Fwk::Ptr<FirstFreeIndexAllocator> GenericIndexAllocatorStub::createSharedAllocat
       if (factory == s.factories.end()) {
          s.allocators.erase(&allocatorType);
          throw std::invalid_argument("no factory for shared allocator type " +
-                                     allocatorType.name());
+                                     std::string(allocatorType.name()));
       }
       allocator = factory->second();
    }

@@ -17,9 +17,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
+#include "Asic/KeyIndexTable.h"
 #include "Asic/Types.h"
 #include "Fwk/Entity.h"
 
@@ -32,20 +32,9 @@ struct GenericKey {
    const Fwk::TypeDescriptor* type = nullptr;
    std::uint64_t bits = 0;
 
-   // The key at `key`, of the small key type `type`.
-   static GenericKey of(const Fwk::TypeDescriptor& type, const void* key) {
-      return GenericKey{&type, type.keyBits(key)};
-   }
    bool operator==(const GenericKey&) const = default;
    // The key's text form ("none" for no key).
    std::string text() const { return type ? type->keyText(bits) : std::string("none"); }
-};
-
-struct GenericKeyHash {
-   std::size_t operator()(const GenericKey& k) const noexcept {
-      return std::hash<std::uint64_t>()(k.bits * 0x9e3779b97f4a7c15ULL) ^
-             std::hash<const void*>()(k.type);
-   }
 };
 
 class FirstFreeIndexAllocator : public Fwk::Entity {
@@ -113,7 +102,14 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    void markTaken(Index i) noexcept;
    void markFree(Index i) noexcept;
    Index lowestFree() const noexcept;
-   void bind(Index i, const GenericKey& key);
+   // The number standing for a key type in this allocator (from 1), or kNoKeyType for a type it
+   // has never bound; keyTypeNumberIs also gives a new type its number.
+   std::uint32_t keyTypeNumber(const Fwk::TypeDescriptor& type) const noexcept;
+   std::uint32_t keyTypeNumberIs(const Fwk::TypeDescriptor& type);
+   bool ownedBy(Index i, std::uint32_t type, std::uint64_t bits) const noexcept {
+      return ownerTypes_[i] == type && ownerBits_[i] == bits;
+   }
+   void bind(Index i, std::uint32_t type, std::uint64_t bits);
    void unbind(Index i) noexcept;
 
    std::string name_;
@@ -125,8 +121,11 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    std::vector<std::uint64_t> fullWords_;  // summary: bit w set when taken_[w] is all ones
    std::size_t firstOpenSummary_ = 0;      // no summary word below it has a free word
    std::vector<std::uint64_t> heldBack_;
-   std::vector<GenericKey> owners_;
-   std::unordered_map<GenericKey, Index, GenericKeyHash> byKey_;
+   // The key bound to each index: its type's number (kNoKeyType: none) and its bits, 12 B an index.
+   std::vector<std::uint32_t> ownerTypes_;
+   std::vector<std::uint64_t> ownerBits_;
+   std::vector<const Fwk::TypeDescriptor*> keyTypes_;  // by number, from 1
+   KeyIndexTable<> byKey_;
    std::vector<const SwTable*> tables_;
 };
 

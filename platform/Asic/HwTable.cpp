@@ -16,25 +16,33 @@ const char* IndexUserTracker::opTypeName(OpType op) noexcept {
 void IndexUserTracker::update(Index index, OpType op) {
    ++operations_.at(op);
    switch (op) {
-      case acquire: ++users_[index]; break;
+      case acquire: userAdd(index); break;
       case release:
-      case releaseEmpty: {
-         const auto it = users_.find(index);
-         if (it == users_.end()) {
-            ++underflows_;
-         } else if (--it->second == 0) {
-            users_.erase(it);
-         }
-         break;
-      }
+      case releaseEmpty: userDel(index); break;
       case refill:
       case empty: break;
    }
 }
 
 std::uint32_t IndexUserTracker::users(Index index) const noexcept {
-   const auto it = users_.find(index);
-   return it == users_.end() ? 0 : it->second;
+   return index < users_.size() ? users_[index] : 0;
+}
+
+void IndexUserTracker::userAdd(Index index) {
+   if (index >= users_.size()) {
+      users_.resize(std::size_t{index} + 1, 0);
+   }
+   if (users_[index]++ == 0) {
+      ++indicesInUse_;
+   }
+}
+
+void IndexUserTracker::userDel(Index index) noexcept {
+   if (users(index) == 0) {
+      ++underflows_;
+   } else if (--users_[index] == 0) {
+      --indicesInUse_;
+   }
 }
 
 void IndexUserTracker::Stub::deleteTracker(HwTable* hwTable, int /*unit*/, bool /*force*/) {
@@ -45,6 +53,6 @@ void IndexUserTracker::Stub::deleteTracker(HwTable* hwTable, int /*unit*/, bool 
 }
 
 HwTable::HwTable(std::string name, std::uint32_t size)
-    : name_(std::move(name)), size_(size), tracker_(Fwk::make<IndexUserTracker>()) {}
+    : name_(std::move(name)), size_(size), tracker_(Fwk::make<IndexUserTracker>(size)) {}
 
 }  // namespace Asic

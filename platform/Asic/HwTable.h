@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
-#include <unordered_map>
+#include <vector>
 
 #include "Asic/Types.h"
 #include "Fwk/Entity.h"
@@ -27,8 +27,11 @@ class IndexUserTracker : public Fwk::Entity {
    // "acquire", "refill", "release", "empty", "releaseEmpty".
    static const char* opTypeName(OpType op) noexcept;
 
+   // A tracker with room for `rows` indices; it grows for indices beyond them.
+   explicit IndexUserTracker(std::uint32_t rows = 0) : users_(rows, 0) {}
+
    // Adds a row that was in use before a restart (one user).
-   void recoveredIndexIs(Index index) { ++users_[index]; }
+   void recoveredIndexIs(Index index) { userAdd(index); }
    // Applies one report of a change of use (the codes above). A chip plug-in's
    // updateHwIndexRefCountTracker forwards the engine's reports here.
    void update(Index index, OpType op);
@@ -38,7 +41,7 @@ class IndexUserTracker : public Fwk::Entity {
    std::uint64_t operations(OpType op) const noexcept { return operations_.at(op); }
    // Releases of an index that had no user: a report the engine should never make.
    std::uint64_t underflows() const noexcept { return underflows_; }
-   std::size_t indicesInUse() const noexcept { return users_.size(); }
+   std::size_t indicesInUse() const noexcept { return indicesInUse_; }
 
    // Deletes a hardware table's tracker (the second and third arguments are the framework's
    // unit and force flag, unused here).
@@ -47,7 +50,11 @@ class IndexUserTracker : public Fwk::Entity {
    };
 
   private:
-   std::unordered_map<Index, std::uint32_t> users_;
+   void userAdd(Index index);
+   void userDel(Index index) noexcept;
+
+   std::vector<std::uint32_t> users_;  // by index: one count per row, no node per row in use
+   std::size_t indicesInUse_ = 0;      // indices with at least one user
    std::array<std::uint64_t, 5> operations_{};
    std::uint64_t underflows_ = 0;
 };

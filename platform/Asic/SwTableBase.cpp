@@ -122,7 +122,7 @@ void SwTableBase::NeededEntryHandleSm::unlink() noexcept {
 }
 
 namespace {
-const Fwk::Trace::Handle& smTrace() {
+[[maybe_unused]] const Fwk::Trace::Handle& smTrace() {
    static const Fwk::Trace::Handle h("Asic::NeededEntryHandleSm", false);
    return h;
 }

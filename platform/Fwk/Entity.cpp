@@ -19,7 +19,7 @@ std::string Entity::entityText() const {
    }
    char address[2 + 16 + 1];
    std::snprintf(address, sizeof address, "%p", static_cast<const void*>(this));
-   return typeData().name() + "@" + address;
+   return std::string(typeData().name()) + "@" + address;
 }
 
 }  // namespace Fwk

@@ -31,6 +31,14 @@ class Entity : public PtrInterface {
          publisher_.publish(Change{this, attribute, key, std::nullopt});
       }
    }
+   // Same for the member keyed by `key`, a small key type: its ChangeKey too is only built when
+   // someone observes.
+   template <class K>
+   void notify(std::string_view attribute, const K& key) const {
+      if (publisher_.hasObservers()) [[unlikely]] {
+         publisher_.publish(Change{this, attribute, ChangeKey::of(key), std::nullopt});
+      }
+   }
    template <class PreviousText>
    void notifyWithPrevious(std::string_view attribute, ChangeKey key,
                            const PreviousText& previous) const {

@@ -16,11 +16,11 @@ Registry& registry() {
 }
 }  // namespace
 
-TypeDescriptor::TypeDescriptor(std::string_view name, std::size_t keySize, KeyTextFn keyText)
-    : name_(name), keySize_(keySize), keyText_(keyText) {
+bool TypeDescriptor::registerByName(const TypeDescriptor& descriptor) {
    auto& r = registry();
    const std::lock_guard lock(r.mutex);
-   r.byName.emplace(name_, this);
+   r.byName.emplace(descriptor.name_, &descriptor);
+   return true;
 }
 
 std::string TypeDescriptor::keyText(std::uint64_t bits) const {

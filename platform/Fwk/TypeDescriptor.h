@@ -19,13 +19,14 @@ class TypeDescriptor {
   public:
    using KeyTextFn = std::string (*)(std::uint64_t bits);
 
-   // Registers the descriptor by name (find). `keySize` and `keyText` describe a small key type
-   // (0 and null otherwise). Made once per type by typeOf<T>().
-   TypeDescriptor(std::string_view name, std::size_t keySize, KeyTextFn keyText);
+   // `name` must outlive the descriptor (a type's kTypeName does). `keySize` and `keyText`
+   // describe a small key type (0 and null otherwise). Made once per type, see typeOf<T>().
+   constexpr TypeDescriptor(std::string_view name, std::size_t keySize, KeyTextFn keyText) noexcept
+       : name_(name), keySize_(keySize), keyText_(keyText) {}
    TypeDescriptor(const TypeDescriptor&) = delete;
    TypeDescriptor& operator=(const TypeDescriptor&) = delete;
 
-   const std::string& name() const noexcept { return name_; }
+   std::string_view name() const noexcept { return name_; }
    // Bits of a key of this type (0 for types that are not small keys).
    std::uint64_t keyBits(const void* key) const noexcept {
       std::uint64_t v = 0;
@@ -35,16 +36,23 @@ class TypeDescriptor {
    // The text form of a key's bits: the key's own for a small key type, else the number.
    std::string keyText(std::uint64_t bits) const;
 
+   // Makes the descriptor findable by its name; true. Done once per type at load time.
+   static bool registerByName(const TypeDescriptor& descriptor);
    // Finds a registered descriptor by name; null if no type of that name was described.
    static const TypeDescriptor* find(std::string_view name);
 
   private:
-   std::string name_;
+   std::string_view name_;
    std::size_t keySize_;
    KeyTextFn keyText_;
 };
 
 namespace Detail {
+template <class T>
+constexpr bool isSmallKey = std::is_trivially_copyable_v<T> && sizeof(T) <= 8 &&
+                            std::is_default_constructible_v<T> &&
+                            requires(std::ostream& os, const T& k) { os << k; };
+
 template <class T>
 std::string keyTextOf(std::uint64_t bits) {
    T key;
@@ -53,24 +61,32 @@ std::string keyTextOf(std::uint64_t bits) {
    os << key;
    return os.str();
 }
+
+template <class T>
+constexpr TypeDescriptor::KeyTextFn keyTextFnOf() noexcept {
+   if constexpr (isSmallKey<T>) {
+      return &keyTextOf<T>;
+   } else {
+      return nullptr;
+   }
+}
+
+// Constant-initialised, so it is valid before any static initialiser runs and typeOf<T>() is
+// an address, not a call guarding a local static. An inline variable has vague linkage: the
+// dynamic linker binds every shared object's references to one instance per process.
+template <class T>
+inline constinit const TypeDescriptor descriptor{T::kTypeName, isSmallKey<T> ? sizeof(T) : 0,
+                                                 keyTextFnOf<T>()};
+template <class T>
+inline const bool registeredByName = TypeDescriptor::registerByName(descriptor<T>);
 }  // namespace Detail
 
-// The one descriptor of T (cv-qualifiers ignored), named by T::kTypeName; made on first use.
+// The one descriptor of T (cv-qualifiers ignored), named by T::kTypeName.
 template <class T>
-const TypeDescriptor& typeOf() {
+const TypeDescriptor& typeOf() noexcept {
    using U = std::remove_cv_t<T>;
-   constexpr bool smallKey = std::is_trivially_copyable_v<U> && sizeof(U) <= 8 &&
-                             std::is_default_constructible_v<U> &&
-                             requires(std::ostream& os, const U& k) { os << k; };
-   if constexpr (!std::is_same_v<T, U>) {
-      return typeOf<U>();  // one descriptor per type, however qualified
-   } else if constexpr (smallKey) {
-      static const TypeDescriptor d(U::kTypeName, sizeof(U), &Detail::keyTextOf<U>);
-      return d;
-   } else {
-      static const TypeDescriptor d(U::kTypeName, 0, nullptr);
-      return d;
-   }
+   static_cast<void>(Detail::registeredByName<U>);  // instantiates the load-time registration
+   return Detail::descriptor<U>;
 }
 
 }  // namespace Fwk

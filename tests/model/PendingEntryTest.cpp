@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <memory>
 #include <utility>
 
 #include "support/TableFixture.h"
@@ -179,6 +180,24 @@ INSTANTIATE_TEST_SUITE_P(
                                  {4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048, 4096, 8192, 8192}},
                       GrowthCase{"AlmostDrainedLargeBlockAddsFour", {16380, -16379, 1}, {8192, 4}}),
     [](const auto& info) { return std::string(info.param.name); });
+
+TEST(QueueStorageTest, FreedFirstBlockIsReusedByTheNextQueue) {
+   Queue::Position position = 0;
+   Queue first;
+   first.enq(1);
+   const int* slot = &first.frontEntry();
+   EXPECT_EQ(first.deq(position), 1);  // its block is freed
+   // Had the block gone back to the heap, allocations of its size (a 16-byte header and four
+   // entries) would take its memory.
+   std::vector<std::unique_ptr<char[]>> sameSize;
+   for (int i = 0; i < 16; ++i) {
+      sameSize.push_back(std::make_unique<char[]>(16 + 4 * sizeof(int)));
+   }
+   Queue second;
+   EXPECT_EQ(second.enq(2), 1U);
+   EXPECT_EQ(&second.frontEntry(), slot);
+   EXPECT_EQ(*second.at(1), 2);
+}
 
 }  // namespace
 }  // namespace Test

@@ -60,6 +60,13 @@ TEST_F(PublisherTest, EachObserverIsToldOnceUntilItLeaves) {
    EXPECT_FALSE(thing->publisher().hasObservers());
 }
 
+TEST_F(PublisherTest, KeyedChangeNamesItsMember) {
+   Fwk::RecordingObserver obs(*thing);
+   thing->notify("member", L3TunnelIntfKey(9));
+   thing->notify("member", Fwk::ChangeKey::of(L3TunnelIntfKey(10)));
+   EXPECT_EQ(obs.changes(), (Changes{"member[9]", "member[10]"}));
+}
+
 // Unregisters itself when told.
 class LeavingObserver : public Fwk::Observer {
  public:

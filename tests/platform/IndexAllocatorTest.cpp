@@ -274,5 +274,28 @@ INSTANTIATE_TEST_SUITE_P(
         TrackerCase{"ReleaseWithoutUserUnderflows", {Op::release, Op::releaseEmpty}, 0, 2}),
     [](const auto& info) { return std::string(info.param.name); });
 
+TEST(IndexUserTrackerTest, CountsIndicesBeyondTheTableAndEachIndexApart) {
+   const auto hwTable = Fwk::make<Asic::HwTable>("t", 8);
+   auto& tracker = *hwTable->indexUserTracker();
+   tracker.update(3, Op::acquire);
+   tracker.update(1000, Op::acquire);  // beyond the table's 8 rows
+   tracker.recoveredIndexIs(1000);
+   tracker.recoveredIndexIs(20);
+   EXPECT_EQ(tracker.users(3), 1U);
+   EXPECT_EQ(tracker.users(1000), 2U);
+   EXPECT_EQ(tracker.users(20), 1U);
+   EXPECT_EQ(tracker.users(21), 0U);
+   EXPECT_EQ(tracker.users(5000), 0U);
+   EXPECT_EQ(tracker.indicesInUse(), 3U);
+   tracker.update(1000, Op::release);
+   EXPECT_EQ(tracker.indicesInUse(), 3U);
+   tracker.update(1000, Op::releaseEmpty);
+   tracker.update(5000, Op::release);  // never used, beyond every index seen
+   EXPECT_EQ(tracker.users(1000), 0U);
+   EXPECT_EQ(tracker.indicesInUse(), 2U);
+   EXPECT_EQ(tracker.underflows(), 1U);
+   EXPECT_EQ(tracker.users(5000), 0U);
+}
+
 }  // namespace
 }  // namespace Test

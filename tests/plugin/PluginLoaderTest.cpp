@@ -53,6 +53,15 @@ TEST(PluginLoader, SetUpGivesTheTableThePluginsUtilWhichWritesRows) {
    table->cleanup();
 }
 
+TEST(PluginLoader, ThePluginSeesTheSameTypeDescriptorsAsItsHost) {
+   auto table = setUpTable();
+   ASSERT_NE(table->util(), nullptr);
+   EXPECT_EQ(&table->util()->typeData(), &Fwk::typeOf<IngL3IifTable::Util>());
+   EXPECT_EQ(Fwk::TypeDescriptor::find(IngL3IifTable::Util::kTypeName),
+             &Fwk::typeOf<IngL3IifTable::Util>());
+   table->cleanup();
+}
+
 class ProbeLoader : public Asic::LoaderSingleton {
   public:
    explicit ProbeLoader(std::string name) : LoaderSingleton(std::move(name)) {}

@@ -13,6 +13,9 @@ using Entry = IngL3IifTable::Entry;
 class TinyChipUtil : public IngL3IifTable::Util {
   public:
    TinyChipUtil() : Util("TinyChipUtil") {}
+   // Named from the plug-in's own code, for the check that the plug-in and the library share
+   // one descriptor per type.
+   const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<Util>(); }
    std::uint32_t minIndex() const override { return 0; }
    std::uint32_t maxIndex() const override { return 1023; }
    void hwTableEntryIs(IngL3IifTable* /*table*/, Asic::Index key,
