@@ -180,12 +180,18 @@ Fwk::Trace::Line& Fwk::Trace::Line::operator<<(const T& value) {
    } while (0)
 #else
 // FWK_TRACE(handle, 8, "step" << " key: " << key): the message is a chain of << operands.
-#define FWK_TRACE(handle, level, message)                                                 \
-   do {                                                                                   \
-      const ::Fwk::Trace::Handle& fwkTraceHandle_ = (handle);                             \
-      if (fwkTraceHandle_.enabled(level)) [[unlikely]] {                                  \
-         ::Fwk::Trace::Line fwkTraceLine_(fwkTraceHandle_, level, __FILE__, __LINE__, __func__); \
-         fwkTraceLine_ << message;                                                        \
-      }                                                                                   \
+// The line is composed in a lambda kept out of line and cold: composed in place it would cost
+// the tracing function registers and stack on every call, traced or not.
+#define FWK_TRACE(handle, level, message)                                                  \
+   do {                                                                                    \
+      const ::Fwk::Trace::Handle& fwkTraceHandle_ = (handle);                              \
+      if (fwkTraceHandle_.enabled(level)) [[unlikely]] {                                   \
+         const char* const fwkTraceFunction_ = __func__;                                   \
+         [&]() __attribute__((noinline, cold)) {                                           \
+            ::Fwk::Trace::Line fwkTraceLine_(fwkTraceHandle_, level, __FILE__, __LINE__,   \
+                                             fwkTraceFunction_);                           \
+            fwkTraceLine_ << message;                                                      \
+         }();                                                                              \
+      }                                                                                    \
    } while (0)
 #endif
