@@ -190,6 +190,7 @@ TEST(QueueStorageTest, FreedFirstBlockIsReusedByTheNextQueue) {
    // Had the block gone back to the heap, allocations of its size (a 16-byte header and four
    // entries) would take its memory.
    std::vector<std::unique_ptr<char[]>> sameSize;
+   sameSize.reserve(16);
    for (int i = 0; i < 16; ++i) {
       sameSize.push_back(std::make_unique<char[]>(16 + 4 * sizeof(int)));
    }
