@@ -186,12 +186,12 @@ Fwk::Trace::Line& Fwk::Trace::Line::operator<<(const T& value) {
    do {                                                                                    \
       const ::Fwk::Trace::Handle& fwkTraceHandle_ = (handle);                              \
       if (fwkTraceHandle_.enabled(level)) [[unlikely]] {                                   \
-         const char* const fwkTraceFunction_ = __func__;                                   \
-         [&]() __attribute__((noinline, cold)) {                                           \
-            ::Fwk::Trace::Line fwkTraceLine_(fwkTraceHandle_, level, __FILE__, __LINE__,   \
-                                             fwkTraceFunction_);                           \
-            fwkTraceLine_ << message;                                                      \
-         }();                                                                              \
+         [&, fwkLineHandle_ = &fwkTraceHandle_, fwkLineFunction_ = __func__]()             \
+             __attribute__((noinline, cold)) {                                             \
+                ::Fwk::Trace::Line fwkTraceLine_(*fwkLineHandle_, level, __FILE__,         \
+                                                 __LINE__, fwkLineFunction_);              \
+                fwkTraceLine_ << message;                                                  \
+             }();                                                                          \
       }                                                                                    \
    } while (0)
 #endif
