@@ -404,36 +404,36 @@ const IngL3IifTable::Util* IngL3IifTable::util() const noexcept {
 // ===== Synced entries =====
 
 std::size_t IngL3IifTable::syncedRowPosition(Asic::Index index, bool after) const {
-   const auto byIndex = [](const SyncedRow& row, Asic::Index i) { return row.index < i; };
-   const auto beyond = [](Asic::Index i, const SyncedRow& row) { return i < row.index; };
+   const auto byIndex = [](const VekSyncedEntry& row, Asic::Index i) { return row.index < i; };
+   const auto beyond = [](Asic::Index i, const VekSyncedEntry& row) { return i < row.index; };
    const auto it = after
                        ? std::upper_bound(syncedEntry_.begin(), syncedEntry_.end(), index, beyond)
                        : std::lower_bound(syncedEntry_.begin(), syncedEntry_.end(), index, byIndex);
    return static_cast<std::size_t>(it - syncedEntry_.begin());
 }
 
-const IngL3IifTable::SyncedRow* IngL3IifTable::syncedRow(Asic::Index index) const {
+const VekSyncedEntry* IngL3IifTable::syncedRow(Asic::Index index) const {
    const std::size_t at = syncedRowPosition(index);
    if (at == syncedEntry_.size()) {
       return nullptr;
    }
-   const SyncedRow& row = syncedEntry_[at];
+   const VekSyncedEntry& row = syncedEntry_[at];
    return row.index == index && row.present ? &row : nullptr;
 }
 
-IngL3IifTable::SyncedRow* IngL3IifTable::syncedRow(Asic::Index index) {
-   return const_cast<SyncedRow*>(std::as_const(*this).syncedRow(index));
+VekSyncedEntry* IngL3IifTable::syncedRow(Asic::Index index) {
+   return const_cast<VekSyncedEntry*>(std::as_const(*this).syncedRow(index));
 }
 
 void IngL3IifTable::syncedGapsCompact() {
    if (syncedEntry_.size() - syncedEntryCount_ > syncedEntryCount_) {
-      std::erase_if(syncedEntry_, [](const SyncedRow& row) { return !row.present; });
+      std::erase_if(syncedEntry_, [](const VekSyncedEntry& row) { return !row.present; });
    }
 }
 
 void IngL3IifTable::syncedEntryIs(Asic::Index index, const Entry& entry) {
    const Fwk::ChangeKey key{&Asic::indexType(), index};
-   if (SyncedRow* row = syncedRow(index)) {
+   if (VekSyncedEntry* row = syncedRow(index)) {
       Entry& stored = row->entry;
       if (stored == entry) {
          return;
@@ -451,7 +451,7 @@ void IngL3IifTable::syncedEntryIs(Asic::Index index, const Entry& entry) {
       syncedEntry_[at].present = true;
    } else {
       syncedEntry_.insert(syncedEntry_.begin() + static_cast<std::ptrdiff_t>(at),
-                          SyncedRow{index, true, entry});
+                          VekSyncedEntry{index, true, entry});
    }
    ++syncedEntryCount_;
    ++syncedEntryVersion_;
@@ -459,7 +459,7 @@ void IngL3IifTable::syncedEntryIs(Asic::Index index, const Entry& entry) {
 }
 
 IngL3IifTable::Entry IngL3IifTable::syncedEntryDel(Asic::Index index) {
-   SyncedRow* row = syncedRow(index);
+   VekSyncedEntry* row = syncedRow(index);
    if (row == nullptr) {
       return Entry();
    }
@@ -492,12 +492,12 @@ void IngL3IifTable::syncedEntryDelAll() {
 }
 
 IngL3IifTable::Entry IngL3IifTable::syncedEntry(Asic::Index index) const {
-   const SyncedRow* row = syncedRow(index);
+   const VekSyncedEntry* row = syncedRow(index);
    return row == nullptr ? Entry() : row->entry;
 }
 
 std::optional<IngL3IifTable::Entry> IngL3IifTable::syncedEntryGet(Asic::Index index) const {
-   const SyncedRow* row = syncedRow(index);
+   const VekSyncedEntry* row = syncedRow(index);
    return row == nullptr ? std::nullopt : std::optional<Entry>(row->entry);
 }
 

@@ -34,6 +34,8 @@ namespace TalvikL3Decap {
 
 using TalvikL3Common::L3TunnelIntfKey;
 
+struct VekSyncedEntry;
+
 class IngL3IifTable : public Asic::SwUnknownIndexTable {
   public:
    static constexpr std::string_view kTypeName = "TalvikL3Decap::IngL3IifTable";
@@ -261,13 +263,12 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
       Remembered<std::optional<Entry>> resolved;
    };
    // A row read back, or a gap it left (the collection's order is kept without moving rows).
-   struct SyncedRow;
-   using SyncedRows = std::vector<SyncedRow>;
+   using SyncedRows = std::vector<VekSyncedEntry>;
    // The position of the first row or gap whose index is not below (`after`: is above) `index`.
    std::size_t syncedRowPosition(Asic::Index index, bool after = false) const;
    // The row read back at the index, or null.
-   const SyncedRow* syncedRow(Asic::Index index) const;
-   SyncedRow* syncedRow(Asic::Index index);
+   const VekSyncedEntry* syncedRow(Asic::Index index) const;
+   VekSyncedEntry* syncedRow(Asic::Index index);
    // Closes the gaps once they outnumber the rows, which keeps the cost amortised constant.
    void syncedGapsCompact();
 
@@ -432,12 +433,13 @@ class IngL3IifTable::UnresolvedEntry : public Asic::SwTable::UnresolvedEntry {
 
 // --- synced entry: a row read back from hardware ---
 
-// Stored by value in index order. Removing a row leaves a gap (no entry, its references
-// released) in its place until syncedGapsCompact closes the gaps.
-struct IngL3IifTable::SyncedRow {
+// A row read back from hardware, its index and entry. The table keeps them by value in index
+// order; removing a row leaves a gap (no entry, its references released) in its place until
+// syncedGapsCompact closes the gaps.
+struct VekSyncedEntry {
    Asic::Index index;
    bool present;  // false: a gap
-   Entry entry;
+   IngL3IifTable::Entry entry;
 };
 
 // A walk over synced entries in ascending index order. It holds a copy of its current member, so
