@@ -205,7 +205,7 @@ Fwk::Ptr<IngL3IifTable::UnresolvedEntry> IngL3IifTable::unresolvedEntryIs(L3Tunn
       return it->second;
    }
    Fwk::Ptr<UnresolvedEntry> member = unresolvedEntryAdd(key);
-   notify("unresolvedEntry", Fwk::ChangeKey::of(key));
+   notify("unresolvedEntry", key);
    return member;
 }
 
@@ -235,7 +235,7 @@ Fwk::Ptr<IngL3IifTable::UnresolvedEntry> IngL3IifTable::unresolvedEntryDel(L3Tun
    if (spareUnresolvedNode_.empty()) {
       spareUnresolvedNode_ = std::move(node);
    }
-   notify("unresolvedEntry", Fwk::ChangeKey::of(key));
+   notify("unresolvedEntry", key);
    return removed;
 }
 
@@ -273,7 +273,7 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleIs(L3TunnelIntfKe
    }
    it->second = entryHandleFactory(key, table);
    lookupCacheFor(key).handle = {true, &it->second};
-   notify("entryHandle", Fwk::ChangeKey::of(key));
+   notify("entryHandle", key);
    return it->second;
 }
 
@@ -287,7 +287,7 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleDel(L3TunnelIntfK
    lookupCacheFor(key).handle = {true, nullptr};
    // The collection's hold leaves with it; a reference-only handle's users are unchanged.
    removed->uncountedHolderIs(false);
-   notify("entryHandle", Fwk::ChangeKey::of(key));
+   notify("entryHandle", key);
    return removed;
 }
 
@@ -338,7 +338,7 @@ void IngL3IifTable::resolvedEntryIs(L3TunnelIntfKey key, const std::optional<Ent
       lookupCacheFor(key).resolved = {true, &resolvedEntry_.emplace(key, value).first->second};
    }
    Engine(this).handleEntry(key);
-   notify("resolvedEntry", Fwk::ChangeKey::of(key));
+   notify("resolvedEntry", key);
 }
 
 std::optional<IngL3IifTable::Entry> IngL3IifTable::resolvedEntryDel(L3TunnelIntfKey key) {
@@ -350,7 +350,7 @@ std::optional<IngL3IifTable::Entry> IngL3IifTable::resolvedEntryDel(L3TunnelIntf
    resolvedEntry_.erase(it);
    lookupCacheFor(key).resolved = {true, nullptr};
    Engine(this).handleEntry(key);
-   notify("resolvedEntry", Fwk::ChangeKey::of(key));
+   notify("resolvedEntry", key);
    return removed;
 }
 
