@@ -27,7 +27,7 @@ void SwTable::Accessor<Table, Key>::doInitComplete() {
    // Programming may run hooks that change the collection; walk a snapshot of held handles.
    std::vector<Fwk::Ptr<EntryHandle>> handles;
    handles.reserve(swTable_->entrys());
-   for (const auto& [key, handle] : swTable_->entryHandleMap()) {
+   for (const auto& handle : swTable_->entryHandleMap()) {
       handles.push_back(handle);
    }
    for (const auto& handle : handles) {
@@ -105,10 +105,11 @@ void SwTable::Accessor<Table, Key>::releaseUnclaimedBindings() {
 template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::programExhaustedEntries() {
    std::vector<Key> exhausted;
-   for (const auto& [key, handle] : swTable_->entryHandleMap()) {
+   for (const auto& handle : swTable_->entryHandleMap()) {
       if (handle->resolvedEntryState() != SwTableBase::hwIndexExhausted) {
          continue;  // the common case, without a lookup
       }
+      const Key key = handle->key();
       const OptionalEntry* resolved = swTable_->resolvedEntry(key);
       if (resolved && resolved->has_value() && !swTable_->unresolvedEntry(key)) {
          exhausted.push_back(key);

@@ -23,17 +23,19 @@ void SwTable::Accessor<Table, Key>::entryRemoveAll() {
 template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::entryHandleRemoveAll(bool unsetOnly) {
    SW_TRACE(5, "entryHandleRemoveAll", "");
+   // entryRemove may take handles out of the collection, which ends a walk: walk a snapshot,
+   // skipping the handles gone by the time their turn comes.
    std::vector<Fwk::Ptr<EntryHandle>> removed;
    removed.reserve(swTable_->entrys());
-   const auto& handles = swTable_->entryHandleMap();
-   for (auto it = handles.begin(); it != handles.end();) {
-      const Fwk::Ptr<EntryHandle> handle = it->second;
-      ++it;  // entryRemove may take the current handle out of the collection
-      if (unsetOnly && handle->entryType() != EntryHandle::unset) {
-         continue;
+   for (const auto& handle : swTable_->entryHandleMap()) {
+      if (!unsetOnly || handle->entryType() == EntryHandle::unset) {
+         removed.push_back(handle);
       }
-      removed.push_back(handle);
-      entryRemove(handle->key());
+   }
+   for (const auto& handle : removed) {
+      if (swTable_->entryHandle(handle->key()) == handle) {
+         entryRemove(handle->key());
+      }
    }
    for (auto& handle : removed) {
       handle = nullptr;  // released in visiting order; a last release runs the handle's clean-up
@@ -43,7 +45,7 @@ void SwTable::Accessor<Table, Key>::entryHandleRemoveAll(bool unsetOnly) {
 template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::cleanup() {
    SW_TRACE(6, "cleanup", "");
-   for (const auto& [key, handle] : swTable_->entryHandleMap()) {
+   for (const auto& handle : swTable_->entryHandleMap()) {
       handle->swTableIs(nullptr);
       handle->doAmendReferences();
    }

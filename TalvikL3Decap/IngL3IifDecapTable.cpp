@@ -29,13 +29,11 @@ Fwk::Trace::Handle& statisticsHandle() {
 const Fwk::Trace::Handle& loadTimeStatisticsHandle = statisticsHandle();
 const Fwk::Ptr<IngL3IifTable::UtilLoader> loadTimeUtilLoader = IngL3IifTable::UtilLoader::loaderSingletonIs();
 
-// The key's member of `map` (null: absent), looked up only when `remembered` does not know it.
-template <class Map, class Remembered>
-const typename Map::mapped_type* lookUp(const Map& map, L3TunnelIntfKey key,
-                                        Remembered& remembered) {
+// The remembered member (null: absent), found by `find` only when `remembered` does not know it.
+template <class Remembered, class Find>
+auto lookUp(Remembered& remembered, const Find& find) {
    if (!remembered.known) {
-      const auto it = map.find(key);
-      remembered = {true, it == map.end() ? nullptr : &it->second};
+      remembered = {true, find()};
    }
    return remembered.at;
 }
@@ -264,26 +262,23 @@ Fwk::Ptr<IngL3IifTable::UnresolvedEntry> IngL3IifTable::unresolvedEntry(
 
 Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleIs(L3TunnelIntfKey key,
                                                                   IngL3IifTable* table) {
-   auto [it, inserted] = entryHandle_.try_emplace(key);
-   if (!inserted) {
-      if (it->second->swTable() != table) {
+   if (const Fwk::Ptr<EntryHandle>* slot = handleSlot(key)) {
+      if ((*slot)->swTable() != table) {
          throw Fwk::ReinstantiationError("swTable");
       }
-      return it->second;
+      return *slot;
    }
-   it->second = entryHandleFactory(key, table);
-   lookupCacheFor(key).handle = {true, &it->second};
+   Fwk::Ptr<EntryHandle> added = entryHandleFactory(key, table);
+   lookupCacheFor(key).handle = {true, &entryHandle_.insert(added)};
    notify("entryHandle", key);
-   return it->second;
+   return added;
 }
 
 Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleDel(L3TunnelIntfKey key) {
-   const auto it = entryHandle_.find(key);
-   if (it == entryHandle_.end()) {
+   Fwk::Ptr<EntryHandle> removed = entryHandle_.erase(key);
+   if (!removed) {
       return nullptr;
    }
-   Fwk::Ptr<EntryHandle> removed = std::move(it->second);
-   entryHandle_.erase(it);
    lookupCacheFor(key).handle = {true, nullptr};
    // The collection's hold leaves with it; a reference-only handle's users are unchanged.
    removed->uncountedHolderIs(false);
@@ -293,7 +288,7 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleDel(L3TunnelIntfK
 
 void IngL3IifTable::entryHandleDelAll() {
    while (!entryHandle_.empty()) {
-      entryHandleDel(entryHandle_.begin()->first);
+      entryHandleDel((*entryHandle_.begin())->key());
    }
 }
 
@@ -310,7 +305,7 @@ IngL3IifTable::LookupCache& IngL3IifTable::lookupCacheFor(L3TunnelIntfKey key) c
 }
 
 const Fwk::Ptr<IngL3IifTable::EntryHandle>* IngL3IifTable::handleSlot(L3TunnelIntfKey key) const {
-   return lookUp(entryHandle_, key, lookupCacheFor(key).handle);
+   return lookUp(lookupCacheFor(key).handle, [&] { return entryHandle_.find(key); });
 }
 
 void IngL3IifTable::resolvedEntryIs(L3TunnelIntfKey key, const std::optional<Entry>& value) {
@@ -362,7 +357,10 @@ void IngL3IifTable::resolvedEntryDelAll() {
 
 const std::optional<IngL3IifTable::Entry>* IngL3IifTable::resolvedEntry(
     L3TunnelIntfKey key) const {
-   return lookUp(resolvedEntry_, key, lookupCacheFor(key).resolved);
+   return lookUp(lookupCacheFor(key).resolved, [&]() -> const std::optional<Entry>* {
+      const auto it = resolvedEntry_.find(key);
+      return it == resolvedEntry_.end() ? nullptr : &it->second;
+   });
 }
 
 void IngL3IifTable::indexAllocatorIs(const Fwk::Ptr<Asic::FirstFreeIndexAllocator>& allocator) {

@@ -20,6 +20,7 @@
 #include "Asic/Recovery.h"
 #include "Asic/SwUnknownIndexTable.h"
 #include "Asic/WriteResponseSm.h"
+#include "Fwk/ProbedTable.h"
 #include "Fwk/TextForm.h"
 #include "Fwk/Trace.h"
 #include "TalvikL3Common/L3TunnelIntfKey.h"
@@ -237,7 +238,8 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    // The table's "SwTableStat" trace handle (statistics line of the purge).
    static const Fwk::Trace::Handle& statisticsTrace();
 
-   // Iteration over the keyed collections (engine and tests).
+   // Iteration over the keyed collections (engine and tests). The handles' walk yields each
+   // handle (its key is the handle's); inserting or removing a handle ends a walk.
    const auto& unresolvedEntryMap() const noexcept { return unresolvedEntry_; }
    const auto& entryHandleMap() const noexcept { return entryHandle_; }
    const auto& resolvedEntryMap() const noexcept { return resolvedEntry_; }
@@ -251,7 +253,8 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
 
    // One operation looks the same key up many times: the last key looked up is remembered with
    // where its handle and its resolved entry are (null: absent; unknown until looked up).
-   // Pointers to unordered_map elements survive rehashing; the mutators that erase keep it true.
+   // Pointers to unordered_map elements survive rehashing, a handle's slot only until the next
+   // insert or erase; every mutator remembers the key it changes, which forgets any other key.
    template <class T>
    struct Remembered {
       bool known = false;
@@ -279,13 +282,23 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    // The key's member of entryHandle_, or null.
    const Fwk::Ptr<EntryHandle>* handleSlot(L3TunnelIntfKey key) const;
 
+   // The handles by key, a slot each: the handle knows its key, so a slot needs no copy of it.
+   struct HandleSlots {
+      using Slot = Fwk::Ptr<EntryHandle>;
+      using Key = L3TunnelIntfKey;
+      static bool occupied(const Slot& slot) noexcept { return slot != nullptr; }
+      static std::uint64_t hash(Key key) noexcept { return Fwk::probeMix(key.value()); }
+      static std::uint64_t hashOf(const Slot& slot) noexcept;
+      static bool holds(const Slot& slot, Key key, std::uint64_t hash) noexcept;
+   };
+
    Fwk::Ptr<Asic::FirstFreeIndexAllocator> indexAllocator_;
    Fwk::Ptr<Asic::WriteResponseSm> writeResponseSm_;
    std::unordered_map<L3TunnelIntfKey, Fwk::Ptr<UnresolvedEntry>> unresolvedEntry_;
    // Most values resolve in the call that made them: a node and an entity kept for reuse.
    decltype(unresolvedEntry_)::node_type spareUnresolvedNode_;
    Fwk::Ptr<UnresolvedEntry> spareUnresolvedEntry_;
-   std::unordered_map<L3TunnelIntfKey, Fwk::Ptr<EntryHandle>> entryHandle_;
+   Fwk::ProbedTable<HandleSlots> entryHandle_;
    std::unordered_map<L3TunnelIntfKey, std::optional<Entry>> resolvedEntry_;
    SyncedRows syncedEntry_;                // by ascending index
    std::uint32_t syncedEntryCount_ = 0;    // rows, gaps not counted
@@ -400,6 +413,13 @@ class IngL3IifTable::EntryHandle : public Asic::SwTable::EntryHandle {
    PendingEntryQueue<Entry> pending_;
    inline static std::size_t live_ = 0;
 };
+
+inline std::uint64_t IngL3IifTable::HandleSlots::hashOf(const Slot& slot) noexcept {
+   return hash(slot->key());
+}
+inline bool IngL3IifTable::HandleSlots::holds(const Slot& slot, Key key, std::uint64_t) noexcept {
+   return slot->key() == key;
+}
 
 // --- unresolved entry ---
 

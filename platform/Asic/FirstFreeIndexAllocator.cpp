@@ -96,12 +96,13 @@ void FirstFreeIndexAllocator::bind(Index i, std::uint32_t type, std::uint64_t bi
    }
    ownerTypes_[i] = type;
    ownerBits_[i] = bits;
-   byKey_.insert(type, bits, i);
+   const auto hashTop = static_cast<std::uint32_t>(ByKeyTraits::hash({type, bits}) >> 32);
+   byKey_.insert({i, hashTop});
    ++used_;
 }
 
 void FirstFreeIndexAllocator::unbind(Index i) noexcept {
-   byKey_.erase(ownerTypes_[i], ownerBits_[i]);
+   byKey_.erase({ownerTypes_[i], ownerBits_[i]});
    ownerTypes_[i] = kNoKeyType;
    ownerBits_[i] = 0;
    markFree(i);
@@ -111,7 +112,7 @@ void FirstFreeIndexAllocator::unbind(Index i) noexcept {
 Index FirstFreeIndexAllocator::indexAcquire(const Fwk::TypeDescriptor& type, const void* key) {
    const std::uint32_t number = keyTypeNumberIs(type);
    const std::uint64_t bits = type.keyBits(key);
-   if (const Index bound = byKey_.find(number, bits); bound != kInvalidIndex) {
+   if (const Index bound = boundIndex(number, bits); bound != kInvalidIndex) {
       return bound;
    }
    const Index i = lowestFree();
@@ -123,7 +124,12 @@ Index FirstFreeIndexAllocator::indexAcquire(const Fwk::TypeDescriptor& type, con
 
 Index FirstFreeIndexAllocator::index(const Fwk::TypeDescriptor& type, const void* key) const {
    const std::uint32_t number = keyTypeNumber(type);
-   return number == kNoKeyType ? kInvalidIndex : byKey_.find(number, type.keyBits(key));
+   return number == kNoKeyType ? kInvalidIndex : boundIndex(number, type.keyBits(key));
+}
+
+Index FirstFreeIndexAllocator::boundIndex(std::uint32_t type, std::uint64_t bits) const {
+   const ByKeyTraits::Slot* slot = byKey_.find({type, bits});
+   return slot ? slot->index : kInvalidIndex;
 }
 
 std::optional<GenericKey> FirstFreeIndexAllocator::owner(Index index) const {
@@ -150,7 +156,7 @@ bool FirstFreeIndexAllocator::recoverIndexForKey(Index index, const Fwk::TypeDes
    if (ownerTypes_[index] != kNoKeyType) {
       return ownedBy(index, number, bits);
    }
-   if (byKey_.find(number, bits) != kInvalidIndex) {
+   if (boundIndex(number, bits) != kInvalidIndex) {
       return false;  // the key holds another index already
    }
    bind(index, number, bits);

@@ -19,9 +19,9 @@
 #include <string>
 #include <vector>
 
-#include "Asic/KeyIndexTable.h"
 #include "Asic/Types.h"
 #include "Fwk/Entity.h"
+#include "Fwk/ProbedTable.h"
 
 namespace Asic {
 
@@ -112,6 +112,37 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    void bind(Index i, std::uint32_t type, std::uint64_t bits);
    void unbind(Index i) noexcept;
 
+   // Key-type numbers start at 1; 0 stands for no key (an index without owner).
+   static constexpr std::uint32_t kNoKeyType = 0;
+   // The index by key. A slot holds a bound index and the top half of its key's hash: the key is
+   // in the owner arrays already, which a probe reads only for the slot that is almost surely the
+   // key's (8 B a slot instead of the 16 B of a copy of the key).
+   struct OwnerKey {
+      std::uint32_t type;
+      std::uint64_t bits;
+   };
+   struct ByKeyTraits {
+      struct Slot {
+         Index index = kInvalidIndex;
+         std::uint32_t hashTop = 0;
+      };
+      using Key = OwnerKey;
+      static bool occupied(const Slot& slot) noexcept { return slot.index != kInvalidIndex; }
+      // Only the top half counts, so that a slot's hash is known without reading its key.
+      static std::uint64_t hash(const Key& key) noexcept {
+         return Fwk::probeMix(key.bits + key.type * 0x9e3779b97f4a7c15ULL) & ~0xffffffffULL;
+      }
+      static std::uint64_t hashOf(const Slot& slot) noexcept {
+         return std::uint64_t{slot.hashTop} << 32;
+      }
+      bool holds(const Slot& slot, const Key& key, std::uint64_t hash) const noexcept {
+         return slot.hashTop == (hash >> 32) && allocator->ownedBy(slot.index, key.type, key.bits);
+      }
+      const FirstFreeIndexAllocator* allocator;
+   };
+   // The index bound to the key, or the invalid index.
+   Index boundIndex(std::uint32_t type, std::uint64_t bits) const;
+
    std::string name_;
    std::uint32_t numIndices_ = 0;
    bool initialized_ = false;
@@ -125,7 +156,7 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    std::vector<std::uint32_t> ownerTypes_;
    std::vector<std::uint64_t> ownerBits_;
    std::vector<const Fwk::TypeDescriptor*> keyTypes_;  // by number, from 1
-   KeyIndexTable<> byKey_;
+   Fwk::ProbedTable<ByKeyTraits> byKey_{ByKeyTraits{this}};
    std::vector<const SwTable*> tables_;
 };
 

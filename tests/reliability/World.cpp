@@ -239,7 +239,7 @@ void World::saveBindings() {
 }
 
 bool World::zeroWriteRestartExpected() const {
-   for (const auto& [key, handle] : table_->entryHandleMap()) {
+   for (const auto& handle : table_->entryHandleMap()) {
       if (handle->resolvedEntryState() == S::hwIndexExhausted) {
          return false;  // it will find an index now, or try again
       }

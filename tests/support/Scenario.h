@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,7 +51,13 @@ class Scenario : public TableFixture {
       return t().writeResponseSm()->writeAcknowledged(&kk);
    }
    // The table's own (mutable) handle of a key.
-   IngL3IifTable::EntryHandle& own(std::uint64_t key) { return *t().entryHandleMap().at(k(key)); }
+   IngL3IifTable::EntryHandle& own(std::uint64_t key) {
+      const auto* slot = t().entryHandleMap().find(k(key));
+      if (slot == nullptr) {
+         throw std::out_of_range("no entry handle for key " + std::to_string(key));
+      }
+      return **slot;
+   }
    // Users of a key's handle, without taking a reference.
    std::uint32_t users(std::uint64_t key) { return own(key).refCount(); }
 
