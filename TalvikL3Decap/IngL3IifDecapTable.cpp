@@ -287,8 +287,18 @@ Fwk::Ptr<IngL3IifTable::EntryHandle> IngL3IifTable::entryHandleDel(L3TunnelIntfK
 }
 
 void IngL3IifTable::entryHandleDelAll() {
+   // By a snapshot of the keys: taking the first member until none is left would scan the
+   // emptied front of the slots again on every turn. Observers may add handles meanwhile.
+   std::vector<L3TunnelIntfKey> keys;
    while (!entryHandle_.empty()) {
-      entryHandleDel((*entryHandle_.begin())->key());
+      keys.clear();
+      keys.reserve(entryHandle_.size());
+      for (const Fwk::Ptr<EntryHandle>& handle : entryHandle_) {
+         keys.push_back(handle->key());
+      }
+      for (const L3TunnelIntfKey key : keys) {
+         entryHandleDel(key);
+      }
    }
 }
 

@@ -25,14 +25,16 @@ void IndexUserTracker::update(Index index, OpType op) {
 }
 
 std::uint32_t IndexUserTracker::users(Index index) const noexcept {
-   return index < users_.size() ? users_[index] : 0;
+   if (index < users_.size()) {
+      return users_[index];
+   }
+   const auto it = usersBeyond_.find(index);
+   return it == usersBeyond_.end() ? 0 : it->second;
 }
 
 void IndexUserTracker::userAdd(Index index) {
-   if (index >= users_.size()) {
-      users_.resize(std::size_t{index} + 1, 0);
-   }
-   if (users_[index]++ == 0) {
+   std::uint32_t& count = index < users_.size() ? users_[index] : usersBeyond_[index];
+   if (count++ == 0) {
       ++indicesInUse_;
    }
 }
@@ -40,7 +42,14 @@ void IndexUserTracker::userAdd(Index index) {
 void IndexUserTracker::userDel(Index index) noexcept {
    if (users(index) == 0) {
       ++underflows_;
-   } else if (--users_[index] == 0) {
+      return;
+   }
+   if (index < users_.size()) {
+      if (--users_[index] == 0) {
+         --indicesInUse_;
+      }
+   } else if (const auto it = usersBeyond_.find(index); --it->second == 0) {
+      usersBeyond_.erase(it);
       --indicesInUse_;
    }
 }

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Asic/Types.h"
@@ -27,7 +28,8 @@ class IndexUserTracker : public Fwk::Entity {
    // "acquire", "refill", "release", "empty", "releaseEmpty".
    static const char* opTypeName(OpType op) noexcept;
 
-   // A tracker with room for `rows` indices; it grows for indices beyond them.
+   // A tracker with a flat count for each of `rows` indices; an index beyond them (a plug-in may
+   // report any) is counted apart, so a far index costs one node, not a vector stretched to it.
    explicit IndexUserTracker(std::uint32_t rows = 0) : users_(rows, 0) {}
 
    // Adds a row that was in use before a restart (one user).
@@ -53,7 +55,8 @@ class IndexUserTracker : public Fwk::Entity {
    void userAdd(Index index);
    void userDel(Index index) noexcept;
 
-   std::vector<std::uint32_t> users_;  // by index: one count per row, no node per row in use
+   std::vector<std::uint32_t> users_;  // by index, for the table's rows: no node per row in use
+   std::unordered_map<Index, std::uint32_t> usersBeyond_;  // indices beyond them, while used
    std::size_t indicesInUse_ = 0;      // indices with at least one user
    std::array<std::uint64_t, 5> operations_{};
    std::uint64_t underflows_ = 0;

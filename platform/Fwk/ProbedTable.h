@@ -80,7 +80,9 @@ class ProbedTable {
       size_ = 0;
    }
 
-   // The occupied slots in array order, which is no order a caller may rely on.
+   // The occupied slots in array order, which is no order a caller may rely on. A walk starts
+   // with a scan for the first member: emptying the table by erasing its first member over and
+   // over is quadratic, erasing the keys of a snapshot is not.
    class Iterator {
      public:
       Iterator(const Slot* at, const Slot* end) : at_(at), end_(end) { skipVacant(); }

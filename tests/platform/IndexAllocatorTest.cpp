@@ -295,6 +295,14 @@ TEST(IndexUserTrackerTest, CountsIndicesBeyondTheTableAndEachIndexApart) {
    EXPECT_EQ(tracker.indicesInUse(), 2U);
    EXPECT_EQ(tracker.underflows(), 1U);
    EXPECT_EQ(tracker.users(5000), 0U);
+   // The last index there is: counted like any other, without room made for every index below.
+   const Asic::Index farthest = Asic::kInvalidIndex - 1;
+   tracker.update(farthest, Op::acquire);
+   EXPECT_EQ(tracker.users(farthest), 1U);
+   EXPECT_EQ(tracker.indicesInUse(), 3U);
+   tracker.update(farthest, Op::release);
+   EXPECT_EQ(tracker.users(farthest), 0U);
+   EXPECT_EQ(tracker.indicesInUse(), 2U);
 }
 
 }  // namespace
