@@ -101,12 +101,31 @@ void SwTable::Accessor<Table, Key>::retireSyncedEntry(Index hwIndex) {
    swTable_->syncedEntryDel(hwIndex);
 }
 
+// The hook of every state change. Untraced, only the check runs, small enough to be inlined into
+// the handle's hook; the traced lines around it would cost every call a call's registers and stack.
 template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::handleEntryState(const EntryHandle* entryHandle,
-                                                     [[maybe_unused]] const Key& key) const {
-   const SwTableBase::EntryState state = entryHandle->entryState();
-   SW_TRACE(6, "handleEntryState", " entryhandle state: " << state << " at key : " << key);
-   switch (state) {
+                                                     const Key& key) const {
+   if (SW_TRACE_ON(6)) [[unlikely]] {
+      handleEntryStateTraced(entryHandle, key);
+      return;
+   }
+   checkEntryState(*entryHandle);
+}
+
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::handleEntryStateTraced(const EntryHandle* entryHandle,
+                                                           [[maybe_unused]] const Key& key) const {
+   SW_TRACE(6, "handleEntryState",
+            " entryhandle state: " << entryHandle->entryState() << " at key : " << key);
+   checkEntryState(*entryHandle);
+   SW_TRACE(6, "handleEntryState",
+            " entryhandle state: COMPLETE  " << entryHandle->entryState() << " at key : " << key);
+}
+
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::checkEntryState(const EntryHandle& entryHandle) const {
+   switch (entryHandle.entryState()) {
       case SwTableBase::unresolved:
       case SwTableBase::inProgress:
       case SwTableBase::indexReconciled:
@@ -114,13 +133,11 @@ void SwTable::Accessor<Table, Key>::handleEntryState(const EntryHandle* entryHan
       case SwTableBase::stateThree:
       case SwTableBase::failedNeededEntry:
       case SwTableBase::hwIndexExhausted:
-         FWK_ASSERT(entryHandle->entryType() != EntryHandle::inDeletion,
+         FWK_ASSERT(entryHandle.entryType() != EntryHandle::inDeletion,
                     "entryHandle->entryType() != EntryHandle::inDeletion()");
          break;
       default: FWK_ASSERT(false, "entryState <= hwIndexExhausted"); break;
    }
-   SW_TRACE(6, "handleEntryState",
-            " entryhandle state: COMPLETE  " << state << " at key : " << key);
 }
 
 }  // namespace Asic

@@ -60,6 +60,10 @@ class SwTable::Accessor {
    void handleEntry(const Key& key);
    // The entry-state hook: traces the state and checks it against the entry type.
    void handleEntryState(const EntryHandle* entryHandle, const Key& key) const;
+   [[gnu::noinline, gnu::cold]] void handleEntryStateTraced(const EntryHandle* entryHandle,
+                                                            const Key& key) const;
+   // Asserts what a handle's entry state allows of its entry type.
+   void checkEntryState(const EntryHandle& entryHandle) const;
 
    // --- hardware programming ---
    void programHwEntry(const Key& key, SwTableBase::EntryState entryState);

@@ -16,10 +16,18 @@ inline const Fwk::Trace::Handle engineTraceHandle{Table::kTypeName, false};
 }  // namespace Asic::Detail
 
 // SW_TRACE(8, "handleEntry", " key: " << key): a line of the engine's handle for the table type
-// `MutableTable` of the enclosing accessor.
-#define SW_TRACE(level, step, message)                               \
-   FWK_TRACE(::Asic::Detail::engineTraceHandle<MutableTable>, level, \
-             MutableTable::kTypeName << " : " << step << message)
+// `MutableTable` of the enclosing accessor (member functions only: the message's operands are
+// copied when the line is traced).
+#define SW_TRACE(level, step, message)                                    \
+   FWK_TRACE_COPY(::Asic::Detail::engineTraceHandle<MutableTable>, level, \
+                  MutableTable::kTypeName << " : " << step << message)
+
+// SW_TRACE_ON(6): whether the engine's lines of that level are traced (never when compiled out).
+#if defined(L3DECAP_TRACE_COMPILED_OUT)
+#define SW_TRACE_ON(level) false
+#else
+#define SW_TRACE_ON(level) ::Asic::Detail::engineTraceHandle<MutableTable>.enabled(level)
+#endif
 
 // SW_RING_TRACE("entryRef"): the "{}: {}" record naming the table and the operation.
 #define SW_RING_TRACE(operation) \

@@ -171,7 +171,11 @@ IngL3IifTable::Entry strepToValue<IngL3IifTable::Entry>(const std::string& text)
 
 // ===== Table: construction, destruction =====
 
-IngL3IifTable::IngL3IifTable() : Asic::SwUnknownIndexTable("") { hwResponseNeededIs(true); }
+IngL3IifTable::IngL3IifTable()
+    : Asic::SwUnknownIndexTable(""),
+      resolvedEntry_(ResolvedEntries::allocator_type(&resolvedEntryNodes_)) {
+   hwResponseNeededIs(true);
+}
 
 IngL3IifTable::~IngL3IifTable() {
    underDestructionIs();

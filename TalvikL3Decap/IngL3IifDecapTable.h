@@ -20,6 +20,7 @@
 #include "Asic/Recovery.h"
 #include "Asic/SwUnknownIndexTable.h"
 #include "Asic/WriteResponseSm.h"
+#include "Fwk/NodePool.h"
 #include "Fwk/ProbedTable.h"
 #include "Fwk/TextForm.h"
 #include "Fwk/Trace.h"
@@ -299,7 +300,13 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    decltype(unresolvedEntry_)::node_type spareUnresolvedNode_;
    Fwk::Ptr<UnresolvedEntry> spareUnresolvedEntry_;
    Fwk::ProbedTable<HandleSlots> entryHandle_;
-   std::unordered_map<L3TunnelIntfKey, std::optional<Entry>> resolvedEntry_;
+   // Resolved entries' nodes come from a pool of the table's: one per entry, many entries.
+   using ResolvedEntries =
+       std::unordered_map<L3TunnelIntfKey, std::optional<Entry>, std::hash<L3TunnelIntfKey>,
+                          std::equal_to<L3TunnelIntfKey>,
+                          Fwk::PoolAllocator<std::pair<const L3TunnelIntfKey, std::optional<Entry>>>>;
+   Fwk::NodePool resolvedEntryNodes_;
+   ResolvedEntries resolvedEntry_;  // over resolvedEntryNodes_
    SyncedRows syncedEntry_;                // by ascending index
    std::uint32_t syncedEntryCount_ = 0;    // rows, gaps not counted
    std::uint64_t syncedEntryVersion_ = 0;  // bumped by every membership change

@@ -178,20 +178,29 @@ Fwk::Trace::Line& Fwk::Trace::Line::operator<<(const T& value) {
 #define FWK_TRACE(handle, level, message) \
    do {                                   \
    } while (0)
+#define FWK_TRACE_COPY(handle, level, message) FWK_TRACE(handle, level, message)
 #else
 // FWK_TRACE(handle, 8, "step" << " key: " << key): the message is a chain of << operands.
 // The line is composed in a lambda kept out of line and cold: composed in place it would cost
-// the tracing function registers and stack on every call, traced or not.
-#define FWK_TRACE(handle, level, message)                                                  \
-   do {                                                                                    \
-      const ::Fwk::Trace::Handle& fwkTraceHandle_ = (handle);                              \
-      if (fwkTraceHandle_.enabled(level)) [[unlikely]] {                                   \
-         [&, fwkLineHandle_ = &fwkTraceHandle_, fwkLineFunction_ = __func__]()             \
-             __attribute__((noinline, cold)) {                                             \
-                ::Fwk::Trace::Line fwkTraceLine_(*fwkLineHandle_, level, __FILE__,         \
-                                                 __LINE__, fwkLineFunction_);              \
-                fwkTraceLine_ << message;                                                  \
-             }();                                                                          \
-      }                                                                                    \
+// the tracing function registers and stack on every call, traced or not. That lambda takes the
+// message's operands by reference, which still keeps every local it names in memory;
+// FWK_TRACE_COPY, for member functions, copies them into the lambda instead, which happens only
+// when the line is traced, so the locals stay in registers.
+#define FWK_TRACE(handle, level, message) FWK_TRACE_CAPTURING_((&), handle, level, message)
+#define FWK_TRACE_COPY(handle, level, message) \
+   FWK_TRACE_CAPTURING_((=, this), handle, level, message)
+
+#define FWK_TRACE_UNPAREN_(...) __VA_ARGS__
+#define FWK_TRACE_CAPTURING_(capture, handle, level, message)                                  \
+   do {                                                                                        \
+      const ::Fwk::Trace::Handle& fwkTraceHandle_ = (handle);                                  \
+      if (fwkTraceHandle_.enabled(level)) [[unlikely]] {                                       \
+         [FWK_TRACE_UNPAREN_ capture, fwkLineHandle_ = &fwkTraceHandle_,                       \
+          fwkLineFunction_ = __func__]() __attribute__((noinline, cold)) {                     \
+            ::Fwk::Trace::Line fwkTraceLine_(*fwkLineHandle_, level, __FILE__, __LINE__,       \
+                                             fwkLineFunction_);                                \
+            fwkTraceLine_ << message;                                                          \
+         }();                                                                                  \
+      }                                                                                        \
    } while (0)
 #endif
