@@ -416,6 +416,18 @@ const IngL3IifTable::Util* IngL3IifTable::util() const noexcept {
 // ===== Synced entries =====
 
 std::size_t IngL3IifTable::syncedRowPosition(Asic::Index index, bool after) const {
+   // Rows are read back in index order: a new one lies beyond the last.
+   if (syncedEntry_.empty() || index > syncedEntry_.back().index) {
+      return syncedEntry_.size();
+   }
+   // Rows read back usually fill a range of indices without holes (gaps keep their index): the
+   // row's distance from the first is then its position, and the search is not needed.
+   if (index >= syncedEntry_.front().index) {
+      const std::size_t guess = index - syncedEntry_.front().index;
+      if (guess < syncedEntry_.size() && syncedEntry_[guess].index == index) {
+         return after ? guess + 1 : guess;
+      }
+   }
    const auto byIndex = [](const VekSyncedEntry& row, Asic::Index i) { return row.index < i; };
    const auto beyond = [](Asic::Index i, const VekSyncedEntry& row) { return i < row.index; };
    const auto it = after
@@ -438,7 +450,7 @@ VekSyncedEntry* IngL3IifTable::syncedRow(Asic::Index index) {
 }
 
 void IngL3IifTable::syncedGapsCompact() {
-   if (syncedEntry_.size() - syncedEntryCount_ > syncedEntryCount_) {
+   if (syncedEntry_.size() - syncedEntryCount_ > std::size_t{8} * syncedEntryCount_) {
       std::erase_if(syncedEntry_, [](const VekSyncedEntry& row) { return !row.present; });
    }
 }

@@ -273,7 +273,9 @@ class IngL3IifTable : public Asic::SwUnknownIndexTable {
    // The row read back at the index, or null.
    const VekSyncedEntry* syncedRow(Asic::Index index) const;
    VekSyncedEntry* syncedRow(Asic::Index index);
-   // Closes the gaps once they outnumber the rows, which keeps the cost amortised constant.
+   // Closes the gaps once they outnumber the rows eight to one, which keeps a walk's cost
+   // amortised constant per row. Until then positions keep following indices, so that rows read
+   // back without holes are found without a search (syncedRowPosition).
    void syncedGapsCompact();
 
    // Inserts the key's new member, made of the spare node and entity when there are.
