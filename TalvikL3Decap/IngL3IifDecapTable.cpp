@@ -38,6 +38,12 @@ auto lookUp(Remembered& remembered, const Find& find) {
    return remembered.at;
 }
 
+// Never destroyed: a handle may be released while the process exits, after static destructors.
+Fwk::SharedNodePool& handlePool() {
+   static auto* const pool = new Fwk::SharedNodePool;
+   return *pool;
+}
+
 const Fwk::TypeDescriptor& pendingPositionType() {
    static const Fwk::TypeDescriptor d(
        "TalvikL3Decap::IngL3IifTable::EntryHandle::Position", sizeof(std::uint32_t),
@@ -565,6 +571,14 @@ void IngL3IifTable::SyncedEntryIterator::settle() {
 }
 
 // ===== Entry handle =====
+
+void* IngL3IifTable::EntryHandle::operator new(std::size_t size) {
+   return handlePool().allocate(size, alignof(EntryHandle));
+}
+
+void IngL3IifTable::EntryHandle::operator delete(void* handle, std::size_t size) noexcept {
+   handlePool().deallocate(handle, size, alignof(EntryHandle));
+}
 
 IngL3IifTable::EntryHandle::EntryHandle(L3TunnelIntfKey key, IngL3IifTable* table)
     : key_(key), swTable_(table) {

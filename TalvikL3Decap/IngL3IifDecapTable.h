@@ -376,6 +376,9 @@ class IngL3IifTable::EntryHandle : public Asic::SwTable::EntryHandle {
 
    // Made by the table's collection; clients get handles from entryRef and entryCommit.
    EntryHandle(L3TunnelIntfKey key, IngL3IifTable* table);
+   // Handles, one per key of every table, come from one pool (Fwk/NodePool.h).
+   static void* operator new(std::size_t size);
+   static void operator delete(void* handle, std::size_t size) noexcept;
    const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<EntryHandle>(); }
    // Handles alive in the process, of every table instance (leak checks). Handles live on their
    // table's thread, so a plain count does.

@@ -4,23 +4,59 @@
 // heap allocation, and no allocator header of its own.
 //
 // A pool keeps what it once held: a container that shrank keeps its nodes for its next growth.
-// Not thread-safe: the owning container changes on its owner's thread only.
+// NodePool is not thread-safe (the owning container changes on its owner's thread only);
+// SharedNodePool serves objects whose last reference may drop on any thread.
+//
+// Under AddressSanitizer a free node and a chunk's unused tail are poisoned, so a use after free
+// of a pooled object is reported as it would be for the heap.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <utility>
 #include <vector>
 
+#include "Fwk/Ptr.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define FWK_NODE_POOL_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define FWK_NODE_POOL_ASAN 1
+#endif
+#endif
+#if defined(FWK_NODE_POOL_ASAN)
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace Fwk {
+
+namespace Detail {
+inline void poison([[maybe_unused]] void* at, [[maybe_unused]] std::size_t size) noexcept {
+#if defined(FWK_NODE_POOL_ASAN)
+   ASAN_POISON_MEMORY_REGION(at, size);
+#endif
+}
+inline void unpoison([[maybe_unused]] void* at, [[maybe_unused]] std::size_t size) noexcept {
+#if defined(FWK_NODE_POOL_ASAN)
+   ASAN_UNPOISON_MEMORY_REGION(at, size);
+#endif
+}
+}  // namespace Detail
 
 class NodePool {
   public:
    NodePool() = default;
    NodePool(const NodePool&) = delete;
    NodePool& operator=(const NodePool&) = delete;
+   ~NodePool() {
+      for (std::size_t i = 0; i < chunks_.size(); ++i) {
+         Detail::unpoison(chunks_[i].get(), chunkNodes(i) * nodeSize_);
+      }
+   }
 
    // The size of the nodes the pool serves: fixed by the first node it hands out (0 until then).
    std::size_t nodeSize() const noexcept { return nodeSize_; }
@@ -45,17 +81,20 @@ class NodePool {
    void* allocate() {
       ++inUse_;
       if (free_ != nullptr) {
+         Detail::unpoison(free_, nodeSize_);
          return std::exchange(free_, free_->next);
       }
       if (next_ == end_) {
          addChunk();
       }
+      Detail::unpoison(next_, nodeSize_);
       return std::exchange(next_, next_ + nodeSize_);
    }
 
    void deallocate(void* node) noexcept {
       --inUse_;
       free_ = ::new (node) FreeNode{free_};
+      Detail::poison(node, nodeSize_);
    }
 
   private:
@@ -63,14 +102,17 @@ class NodePool {
       FreeNode* next;
    };
 
-   // Chunks double from 16 nodes up to 256: small tables stay small, large ones pay one heap
-   // allocation per 256 nodes and leave at most one chunk's worth unused.
+   // Chunks double from 16 nodes up to 64: small tables stay small, large ones pay one heap
+   // allocation per 64 nodes and leave at most one chunk's worth unused.
+   static std::size_t chunkNodes(std::size_t chunk) noexcept {
+      return std::size_t{16} << std::min<std::size_t>(chunk, 2);
+   }
    void addChunk() {
-      const std::size_t doublings = std::min<std::size_t>(chunks_.size(), 4);
-      const std::size_t nodes = std::size_t{16} << doublings;
+      const std::size_t nodes = chunkNodes(chunks_.size());
       chunks_.push_back(std::make_unique<std::byte[]>(nodes * nodeSize_));
       next_ = chunks_.back().get();
       end_ = next_ + nodes * nodeSize_;
+      Detail::poison(next_, nodes * nodeSize_);
    }
 
    std::size_t nodeSize_ = 0;   // rounded up to the nodes' alignment
@@ -80,6 +122,45 @@ class NodePool {
    std::byte* next_ = nullptr;  // the current chunk's first node never handed out
    std::byte* end_ = nullptr;
    std::vector<std::unique_ptr<std::byte[]>> chunks_;
+};
+
+// A NodePool for objects whose last reference may drop on another thread than the one that made
+// them: in the framework's multi-threaded mode a mutex guards the pool, single-threaded nothing
+// does (the switch in Fwk/Ptr.h). An object of another size than the pool's comes from the heap.
+class SharedNodePool {
+  public:
+   void* allocate(std::size_t size, std::size_t align) {
+      if (!Detail::multiThreaded) {
+         return take(size, align);
+      }
+      const std::lock_guard<std::mutex> lock(mutex_);
+      return take(size, align);
+   }
+   void deallocate(void* object, std::size_t size, std::size_t align) noexcept {
+      if (!Detail::multiThreaded) {
+         give(object, size, align);
+         return;
+      }
+      const std::lock_guard<std::mutex> lock(mutex_);
+      give(object, size, align);
+   }
+   std::size_t nodesInUse() const noexcept { return pool_.nodesInUse(); }
+
+  private:
+   void* take(std::size_t size, std::size_t align) {
+      return pool_.serves(size, align) ? pool_.allocate()
+                                       : ::operator new(size, std::align_val_t(align));
+   }
+   void give(void* object, std::size_t size, std::size_t align) noexcept {
+      if (pool_.serves(size, align)) {
+         pool_.deallocate(object);
+      } else {
+         ::operator delete(object, size, std::align_val_t(align));
+      }
+   }
+
+   NodePool pool_;
+   std::mutex mutex_;
 };
 
 // A standard allocator over a NodePool: single objects of the pool's node size come from the pool,

@@ -6,6 +6,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -100,6 +101,76 @@ TEST(NodePoolTest, AHashMapOverThePoolAgreesWithAPlainOne) {
       ASSERT_EQ(pooled.at(key), value);
    }
 }
+
+// Objects made on one thread and freed on others, as handles whose last reference drops
+// elsewhere: in multi-threaded mode the shared pool stays consistent.
+TEST(SharedNodePoolTest, NodesFreedOnOtherThreadsComeBackWhole) {
+   Fwk::threadingModeIs(Fwk::ThreadingMode::multiThreaded);
+   Fwk::SharedNodePool pool;
+   constexpr int kThreads = 4;
+   constexpr int kPerThread = 5'000;
+   std::vector<std::vector<Node*>> made(kThreads);
+   for (auto& nodes : made) {
+      nodes.reserve(kPerThread);
+      for (int i = 0; i < kPerThread; ++i) {
+         nodes.push_back(static_cast<Node*>(pool.allocate(sizeof(Node), alignof(Node))));
+      }
+   }
+   std::vector<std::thread> threads;
+   threads.reserve(kThreads);
+   for (auto& nodes : made) {
+      threads.emplace_back([&pool, &nodes] {
+         for (Node* n : nodes) {
+            pool.deallocate(n, sizeof(Node), alignof(Node));
+            // and at once another one, which may be any thread's freed node
+            Node* again = static_cast<Node*>(pool.allocate(sizeof(Node), alignof(Node)));
+            again->stamp[0] = 1;
+            pool.deallocate(again, sizeof(Node), alignof(Node));
+         }
+      });
+   }
+   for (auto& t : threads) {
+      t.join();
+   }
+   Fwk::threadingModeIs(Fwk::ThreadingMode::singleThreaded);
+   EXPECT_EQ(pool.nodesInUse(), 0U);
+   std::set<void*> distinct;
+   for (int i = 0; i < kThreads * kPerThread; ++i) {
+      distinct.insert(pool.allocate(sizeof(Node), alignof(Node)));
+   }
+   EXPECT_EQ(distinct.size(), static_cast<std::size_t>(kThreads * kPerThread));
+   for (void* n : distinct) {
+      pool.deallocate(n, sizeof(Node), alignof(Node));
+   }
+}
+
+TEST(SharedNodePoolTest, OtherSizesAndAlignmentsComeFromTheHeap) {
+   Fwk::SharedNodePool pool;
+   void* node = pool.allocate(sizeof(Node), alignof(Node));
+   void* bigger = pool.allocate(2 * sizeof(Node), alignof(Node));
+   struct alignas(64) Wide {
+      char bytes[64];
+   };
+   void* wide = pool.allocate(sizeof(Wide), alignof(Wide));
+   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(wide) % 64, 0U);
+   EXPECT_EQ(pool.nodesInUse(), 1U);
+   pool.deallocate(wide, sizeof(Wide), alignof(Wide));
+   pool.deallocate(bigger, 2 * sizeof(Node), alignof(Node));
+   pool.deallocate(node, sizeof(Node), alignof(Node));
+   EXPECT_EQ(pool.nodesInUse(), 0U);
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+// A pooled object used after it was freed is caught as a heap object would be.
+TEST(NodePoolDeathTest, UseOfAFreedNodeIsReported) {
+   Fwk::NodePool pool;
+   Fwk::PoolAllocator<Node> alloc(&pool);
+   Node* n = alloc.allocate(1);
+   alloc.deallocate(n, 1);
+   EXPECT_DEATH({ [[maybe_unused]] volatile std::uint64_t read = n->stamp[2]; },
+                "use-after-poison");
+}
+#endif
 
 }  // namespace
 }  // namespace Test
