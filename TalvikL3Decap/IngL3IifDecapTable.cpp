@@ -580,6 +580,8 @@ void IngL3IifTable::EntryHandle::operator delete(void* handle, std::size_t size)
    handlePool().deallocate(handle, size, alignof(EntryHandle));
 }
 
+const Fwk::SharedNodePool& IngL3IifTable::EntryHandle::pool() noexcept { return handlePool(); }
+
 IngL3IifTable::EntryHandle::EntryHandle(L3TunnelIntfKey key, IngL3IifTable* table)
     : key_(key), swTable_(table) {
    ++live_;

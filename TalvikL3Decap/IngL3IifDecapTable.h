@@ -379,6 +379,8 @@ class IngL3IifTable::EntryHandle : public Asic::SwTable::EntryHandle {
    // Handles, one per key of every table, come from one pool (Fwk/NodePool.h).
    static void* operator new(std::size_t size);
    static void operator delete(void* handle, std::size_t size) noexcept;
+   // That pool, for its statistics.
+   static const Fwk::SharedNodePool& pool() noexcept;
    const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<EntryHandle>(); }
    // Handles alive in the process, of every table instance (leak checks). Handles live on their
    // table's thread, so a plain count does.

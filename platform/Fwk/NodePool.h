@@ -62,6 +62,8 @@ class NodePool {
    std::size_t nodeSize() const noexcept { return nodeSize_; }
    // Nodes handed out and not freed.
    std::size_t nodesInUse() const noexcept { return inUse_; }
+   // Bytes of the pool's chunks that no node in use occupies: held, and free for the next nodes.
+   std::size_t bytesFree() const noexcept { return bytesHeld_ - inUse_ * nodeSize_; }
 
    // Whether a node of this size and alignment can come from the pool. The first node asked for
    // fixes the size; the heap's alignment, which every chunk has, bounds the alignment.
@@ -112,12 +114,14 @@ class NodePool {
       chunks_.push_back(std::make_unique<std::byte[]>(nodes * nodeSize_));
       next_ = chunks_.back().get();
       end_ = next_ + nodes * nodeSize_;
+      bytesHeld_ += nodes * nodeSize_;
       Detail::poison(next_, nodes * nodeSize_);
    }
 
    std::size_t nodeSize_ = 0;   // rounded up to the nodes' alignment
    std::size_t requested_ = 0;  // as the container asks for it
    std::size_t inUse_ = 0;
+   std::size_t bytesHeld_ = 0;
    FreeNode* free_ = nullptr;
    std::byte* next_ = nullptr;  // the current chunk's first node never handed out
    std::byte* end_ = nullptr;
@@ -144,7 +148,9 @@ class SharedNodePool {
       const std::lock_guard<std::mutex> lock(mutex_);
       give(object, size, align);
    }
+   // Statistics, read without the mutex: exact only while no other thread uses the pool.
    std::size_t nodesInUse() const noexcept { return pool_.nodesInUse(); }
+   std::size_t bytesFree() const noexcept { return pool_.bytesFree(); }
 
   private:
    void* take(std::size_t size, std::size_t align) {

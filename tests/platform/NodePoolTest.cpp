@@ -32,6 +32,7 @@ TEST(NodePoolTest, NodesOfManyChunksAreDistinctAndKeepWhatIsWrittenInThem) {
    }
    EXPECT_EQ(pool.nodesInUse(), nodes.size());
    EXPECT_EQ(pool.nodeSize(), sizeof(Node));
+   EXPECT_LT(pool.bytesFree(), 64 * sizeof(Node));  // no more than a chunk's tail unused
    const std::set<Node*> distinct(nodes.begin(), nodes.end());
    EXPECT_EQ(distinct.size(), nodes.size());
    for (std::uint64_t i = 0; i < nodes.size(); ++i) {
@@ -44,6 +45,7 @@ TEST(NodePoolTest, NodesOfManyChunksAreDistinctAndKeepWhatIsWrittenInThem) {
       alloc.deallocate(n, 1);
    }
    EXPECT_EQ(pool.nodesInUse(), 0U);
+   EXPECT_GE(pool.bytesFree(), nodes.size() * sizeof(Node));  // all kept for reuse
 }
 
 TEST(NodePoolTest, AFreedNodeIsTheNextOneHandedOut) {
