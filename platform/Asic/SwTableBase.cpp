@@ -73,10 +73,7 @@ std::size_t SwTableBase::EntryHandle::watchers() const noexcept {
    return n;
 }
 
-void SwTableBase::EntryHandle::wakeWatchers() {
-   if (!watchers_) [[likely]] {
-      return;
-   }
+void SwTableBase::EntryHandle::wakeEachWatcher() {
    // A woken machine may resolve its entry, which may end other watchers: walk a held copy.
    std::vector<Fwk::Ptr<NeededEntryHandleSm>> woken;
    for (auto* sm = watchers_; sm; sm = sm->next_) {

@@ -95,10 +95,16 @@ class SwTableBase::EntryHandle : public Fwk::Entity {
    ~EntryHandle() override;
    virtual void handleEntryState() {}
    void resolvedEntryStateSet(EntryState state) noexcept { resolvedEntryState_ = state; }
-   void wakeWatchers();
+   // Runs the watchers' state machines; the common case, none, costs a test at the call.
+   void wakeWatchers() {
+      if (watchers_ != nullptr) [[unlikely]] {
+         wakeEachWatcher();
+      }
+   }
 
   private:
    friend class NeededEntryHandleSm;
+   void wakeEachWatcher();
    NeededEntryHandleSm* watchers_ = nullptr;
    Index hwIndex_ = kInvalidIndex;
    EntryState entryState_ = unresolved;

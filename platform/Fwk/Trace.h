@@ -187,20 +187,31 @@ Fwk::Trace::Line& Fwk::Trace::Line::operator<<(const T& value) {
 // FWK_TRACE_COPY, for member functions, copies them into the lambda instead, which happens only
 // when the line is traced, so the locals stay in registers.
 #define FWK_TRACE(handle, level, message) FWK_TRACE_CAPTURING_((&), handle, level, message)
-#define FWK_TRACE_COPY(handle, level, message) \
-   FWK_TRACE_CAPTURING_((=, this), handle, level, message)
+#define FWK_TRACE_COPY(handle, level, message)                     \
+   FWK_TRACE_IGNORING_UNUSED_THIS_(                                \
+       FWK_TRACE_CAPTURING_((=, this), handle, level, message))
+
+// `this` is captured whether or not the message uses a member; clang would warn when it does not.
+#if defined(__clang__)
+#define FWK_TRACE_IGNORING_UNUSED_THIS_(...)                                   \
+   _Pragma("clang diagnostic push")                                            \
+       _Pragma("clang diagnostic ignored \"-Wunused-lambda-capture\"") __VA_ARGS__ \
+           _Pragma("clang diagnostic pop")
+#else
+#define FWK_TRACE_IGNORING_UNUSED_THIS_(...) __VA_ARGS__
+#endif
 
 #define FWK_TRACE_UNPAREN_(...) __VA_ARGS__
-#define FWK_TRACE_CAPTURING_(capture, handle, level, message)                                  \
-   do {                                                                                        \
-      const ::Fwk::Trace::Handle& fwkTraceHandle_ = (handle);                                  \
-      if (fwkTraceHandle_.enabled(level)) [[unlikely]] {                                       \
-         [FWK_TRACE_UNPAREN_ capture, fwkLineHandle_ = &fwkTraceHandle_,                       \
-          fwkLineFunction_ = __func__]() __attribute__((noinline, cold)) {                     \
-            ::Fwk::Trace::Line fwkTraceLine_(*fwkLineHandle_, level, __FILE__, __LINE__,       \
-                                             fwkLineFunction_);                                \
-            fwkTraceLine_ << message;                                                          \
-         }();                                                                                  \
-      }                                                                                        \
+#define FWK_TRACE_CAPTURING_(capture, handle, level, message)                            \
+   do {                                                                                  \
+      const ::Fwk::Trace::Handle& fwkTraceHandle_ = (handle);                            \
+      if (fwkTraceHandle_.enabled(level)) [[unlikely]] {                                 \
+         [FWK_TRACE_UNPAREN_ capture, fwkLineHandle_ = &fwkTraceHandle_,                 \
+          fwkLineFunction_ = __func__]() __attribute__((noinline, cold)) {               \
+            ::Fwk::Trace::Line fwkTraceLine_(*fwkLineHandle_, level, __FILE__, __LINE__, \
+                                             fwkLineFunction_);                          \
+            fwkTraceLine_ << message;                                                    \
+         }();                                                                            \
+      }                                                                                  \
    } while (0)
 #endif
