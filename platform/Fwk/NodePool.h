@@ -182,13 +182,13 @@ class PoolAllocator {
    PoolAllocator(const PoolAllocator<U>& other) noexcept : pool_(other.pool()) {}
 
    T* allocate(std::size_t n) {
-      if (n == 1 && pool_->serves(sizeof(T), alignof(T))) {
+      if (n == 1 && pool_->serves(kSize, alignof(T))) {
          return static_cast<T*>(pool_->allocate());
       }
       return std::allocator<T>().allocate(n);
    }
    void deallocate(T* p, std::size_t n) noexcept {
-      if (n == 1 && pool_->serves(sizeof(T), alignof(T))) {
+      if (n == 1 && pool_->serves(kSize, alignof(T))) {
          pool_->deallocate(p);
       } else {
          std::allocator<T>().deallocate(p, n);
@@ -202,6 +202,8 @@ class PoolAllocator {
    }
 
   private:
+   // T is whatever the container allocates, a hash table's bucket pointers included.
+   static constexpr std::size_t kSize = sizeof(T);  // NOLINT(bugprone-sizeof-expression)
    NodePool* pool_;
 };
 

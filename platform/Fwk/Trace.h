@@ -186,32 +186,34 @@ Fwk::Trace::Line& Fwk::Trace::Line::operator<<(const T& value) {
 // message's operands by reference, which still keeps every local it names in memory;
 // FWK_TRACE_COPY, for member functions, copies them into the lambda instead, which happens only
 // when the line is traced, so the locals stay in registers.
-#define FWK_TRACE(handle, level, message) FWK_TRACE_CAPTURING_((&), handle, level, message)
-#define FWK_TRACE_COPY(handle, level, message)                     \
-   FWK_TRACE_IGNORING_UNUSED_THIS_(                                \
-       FWK_TRACE_CAPTURING_((=, this), handle, level, message))
+#define FWK_TRACE(handle, level, message) FWK_TRACE_CAPTURING_(handle, level, message, &)
+#define FWK_TRACE_COPY(handle, level, message) \
+   FWK_TRACE_CAPTURING_(handle, level, message, =, this)
 
-// `this` is captured whether or not the message uses a member; clang would warn when it does not.
+// The copying form captures `this` whether or not the message uses a member; clang would warn.
 #if defined(__clang__)
-#define FWK_TRACE_IGNORING_UNUSED_THIS_(...)                                   \
-   _Pragma("clang diagnostic push")                                            \
-       _Pragma("clang diagnostic ignored \"-Wunused-lambda-capture\"") __VA_ARGS__ \
-           _Pragma("clang diagnostic pop")
+#define FWK_TRACE_ANY_CAPTURE_BEGIN_ \
+   _Pragma("clang diagnostic push") _Pragma("clang diagnostic ignored \"-Wunused-lambda-capture\"")
+#define FWK_TRACE_ANY_CAPTURE_END_ _Pragma("clang diagnostic pop")
 #else
-#define FWK_TRACE_IGNORING_UNUSED_THIS_(...) __VA_ARGS__
+#define FWK_TRACE_ANY_CAPTURE_BEGIN_
+#define FWK_TRACE_ANY_CAPTURE_END_
 #endif
 
-#define FWK_TRACE_UNPAREN_(...) __VA_ARGS__
-#define FWK_TRACE_CAPTURING_(capture, handle, level, message)                            \
-   do {                                                                                  \
-      const ::Fwk::Trace::Handle& fwkTraceHandle_ = (handle);                            \
-      if (fwkTraceHandle_.enabled(level)) [[unlikely]] {                                 \
-         [FWK_TRACE_UNPAREN_ capture, fwkLineHandle_ = &fwkTraceHandle_,                 \
-          fwkLineFunction_ = __func__]() __attribute__((noinline, cold)) {               \
-            ::Fwk::Trace::Line fwkTraceLine_(*fwkLineHandle_, level, __FILE__, __LINE__, \
-                                             fwkLineFunction_);                          \
-            fwkTraceLine_ << message;                                                    \
-         }();                                                                            \
-      }                                                                                  \
+// The lambda's default capture is the trailing argument(s): `&`, or `=, this`.
+#define FWK_TRACE_CAPTURING_(handle, level, message, ...)                               \
+   do {                                                                                 \
+      const ::Fwk::Trace::Handle& fwkTraceHandle_ = (handle);                           \
+      if (fwkTraceHandle_.enabled(level)) [[unlikely]] {                                \
+         FWK_TRACE_ANY_CAPTURE_BEGIN_                                                   \
+         [__VA_ARGS__, fwkLineHandle_ = &fwkTraceHandle_, fwkLineFunction_ = __func__]() \
+             __attribute__((noinline, cold)) {                                          \
+                ::Fwk::Trace::Line fwkTraceLine_(*fwkLineHandle_, level, __FILE__,      \
+                                                 __LINE__, fwkLineFunction_);           \
+                fwkTraceLine_ << message;                                               \
+             }();                                                                       \
+         FWK_TRACE_ANY_CAPTURE_END_                                                     \
+      }                                                                                 \
    } while (0)
 #endif
+
