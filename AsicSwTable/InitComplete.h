@@ -14,16 +14,6 @@ template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::doInitComplete() {
    SW_TRACE(9, "doInitComplete", "");
    swTable_->configReplayCompleteIs(true);
-   // Undecided: the key waits for no needed entry, has a value, and reconciliation left it. The
-   // handle's state, a load, is tested before the lookups.
-   const auto undecided = [this](const Key& key, const EntryHandle& handle) {
-      if (handle.entryState() != SwTableBase::unresolved) {
-         return false;
-      }
-      const OptionalEntry* resolved = swTable_->resolvedEntry(key);
-      return resolved != nullptr && resolved->has_value() &&
-             swTable_->unresolvedEntry(key) == nullptr;
-   };
    // Programming may run hooks that change the collection; walk a snapshot of held handles.
    std::vector<Fwk::Ptr<EntryHandle>> handles;
    handles.reserve(swTable_->entrys());
@@ -32,7 +22,7 @@ void SwTable::Accessor<Table, Key>::doInitComplete() {
    }
    for (const auto& handle : handles) {
       const Key key = handle->key();
-      if (!undecided(key, *handle) || !swTable_->indexHelper(handle.get())) {
+      if (!undecidedAtInitComplete(key, *handle) || !swTable_->indexHelper(handle.get())) {
          continue;
       }
       const Index hwIndex = *doRetrieveHwIndex(key);
@@ -40,34 +30,63 @@ void SwTable::Accessor<Table, Key>::doInitComplete() {
          const Index index = reconcileUsingIndexHelper(key, false);
          if (index != kInvalidIndex) {
             handle->hwIndexIs(index);
-            programHwEntry(key, SwTableBase::indexReconciled);
+            programUndecided(key, *handle, SwTableBase::indexReconciled);
             swTable_->updateStatistic(reconciledMismatch);
          }
       } else {
          handle->hwIndexIs(hwIndex);
          if (swTable_->syncedEntryHas(hwIndex)) {
-            programHwEntry(key, SwTableBase::indexReconciled);
+            programUndecided(key, *handle, SwTableBase::indexReconciled);
             swTable_->updateStatistic(reconciledMismatch);
          } else {
             swTable_->priorResolvedEntryIs(absent);
-            programHwEntry(key, SwTableBase::inProgress);
+            programUndecided(key, *handle, SwTableBase::inProgress);
             swTable_->updateStatistic(noSyncedEntry);
          }
-         swTable_->syncedEntryDel(hwIndex);
+         readBackRowClaimed(hwIndex);
       }
       swTable_->indexHelperDel(handle.get());
    }
    for (const auto& handle : handles) {
       const Key key = handle->key();
-      if (swTable_->entryHandle(key) != handle || !undecided(key, *handle)) {
+      if (swTable_->entryHandle(key) != handle || !undecidedAtInitComplete(key, *handle)) {
          continue;
       }
       swTable_->priorResolvedEntryIs(absent);
-      programHwEntry(key, SwTableBase::inProgress);
+      programUndecided(key, *handle, SwTableBase::inProgress);
       swTable_->updateStatistic(noSyncedEntry);
    }
    if (swTable_->hwTable() != nullptr) {
       swTable_->writeResponseSmIs(swTable_);
+   }
+}
+
+// Undecided at the end of the replay: the key's resolved value has reached no row in this life
+// (reconciliation left it, or the replay ended before it came to a decision). A key whose value is
+// already written keeps its row, even when a newer value waits or its commitment was removed
+// meanwhile: writing it again would count the row's user twice. A newer value that waits for its
+// profile does not keep the value in force out of hardware. The handle's state, a load, is
+// tested first.
+template <class Table, class Key>
+bool SwTable::Accessor<Table, Key>::undecidedAtInitComplete(const Key& key,
+                                                            const EntryHandle& handle) const {
+   if (handle.resolvedEntryState() != SwTableBase::unresolved) {
+      return false;
+   }
+   const OptionalEntry* resolved = swTable_->resolvedEntry(key);
+   return resolved != nullptr && resolved->has_value();
+}
+
+// Programs an undecided key. A key whose newer value waits keeps the entry state of that value:
+// the write is the value in force, as when a value is committed while the previous one is written.
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::programUndecided(const Key& key, EntryHandle& handle,
+                                                     SwTableBase::EntryState entryState) {
+   const bool newerWaits = swTable_->unresolvedEntry(key) != nullptr;
+   const SwTableBase::EntryState waitingState = handle.entryState();
+   programHwEntry(key, entryState);
+   if (newerWaits && handle.entryState() != waitingState) {
+      handle.entryStateIs(waitingState);
    }
 }
 
@@ -77,7 +96,8 @@ void SwTable::Accessor<Table, Key>::purgeStaleEntries() {
    releaseUnclaimedBindings();
    programExhaustedEntries();
    FWK_TRACE(MutableTable::statisticsTrace(), 0,
-             "purgeStaleEntries" << " " << swTable_->statistics());
+             "purgeStaleEntries"
+                 << " " << swTable_->statistics());
 }
 
 // A key bound during the replay (bindKeyToIndex) that was never committed, and whose row was not

@@ -16,7 +16,9 @@ void SwTable::Accessor<Table, Key>::handleEntry(const Key& key) {
             " key: " << key << ", configReplayComplete: " << swTable_->configReplayComplete());
    const Util* util = utilIfExists();
    if (const OptionalEntry* resolved = swTable_->resolvedEntry(key)) {
-      if (swTable_->configReplayComplete()) {
+      // After doInitComplete a key still reconciles with the row read back at its bound index
+      // until the purge: written as new, that row would be deleted by the purge under it.
+      if (swTable_->configReplayComplete() && !unclaimedReadBackRowAt(key)) {
          programHwEntry(key, SwTableBase::inProgress);
          return;
       }
@@ -28,7 +30,8 @@ void SwTable::Accessor<Table, Key>::handleEntry(const Key& key) {
       SW_TRACE(8, "handleEntry", ": reconcileStatus: " << status);
       const Index hwIndex = *doRetrieveHwIndex(key);
       switch (status) {
-         case unreconciled: return;
+         case unreconciled:
+            return;
          case reconciledMatch:
             adoptReconciledIndex(key, hwIndex, true);
             retireSyncedEntry(hwIndex);
@@ -38,8 +41,12 @@ void SwTable::Accessor<Table, Key>::handleEntry(const Key& key) {
             programHwEntry(key, SwTableBase::indexReconciled);
             retireSyncedEntry(hwIndex);
             break;
-         case noSyncedEntry: programHwEntry(key, SwTableBase::inProgress); break;
-         default: FWK_ASSERT(false, "reconcileStatus <= noSyncedEntry"); break;
+         case noSyncedEntry:
+            programHwEntry(key, SwTableBase::inProgress);
+            break;
+         default:
+            FWK_ASSERT(false, "reconcileStatus <= noSyncedEntry");
+            break;
       }
       swTable_->reconciledWriteIs(false);
       swTable_->updateStatistic(status);
@@ -98,7 +105,27 @@ template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::retireSyncedEntry(Index hwIndex) {
    FWK_ASSERT(!isExhausted(hwIndex), "!isExhausted( hwIndex )");
    SW_TRACE(8, "operator()", ": Deleting syncedEntry reconciled at index:" << hwIndex);
+   readBackRowClaimed(hwIndex);
+}
+
+template <class Table, class Key>
+bool SwTable::Accessor<Table, Key>::restartInProgress() const noexcept {
+   return !swTable_->configReplayComplete() || swTable_->syncedEntrys() != 0;
+}
+
+template <class Table, class Key>
+void SwTable::Accessor<Table, Key>::readBackRowClaimed(Index hwIndex) const {
    swTable_->syncedEntryDel(hwIndex);
+   swTable_->indexAllocator()->heldBackDel(hwIndex);
+}
+
+template <class Table, class Key>
+bool SwTable::Accessor<Table, Key>::unclaimedReadBackRowAt(const Key& key) const {
+   if (swTable_->syncedEntrys() == 0) {
+      return false;  // normal operation: one load
+   }
+   const Index hwIndex = *doRetrieveHwIndex(key);
+   return hwIndex != kInvalidIndex && swTable_->syncedEntryHas(hwIndex);
 }
 
 // The hook of every state change. Untraced, only the check runs, small enough to be inlined into
@@ -129,14 +156,17 @@ void SwTable::Accessor<Table, Key>::checkEntryState(const EntryHandle& entryHand
       case SwTableBase::unresolved:
       case SwTableBase::inProgress:
       case SwTableBase::indexReconciled:
-      case SwTableBase::success: break;
+      case SwTableBase::success:
+         break;
       case SwTableBase::stateThree:
       case SwTableBase::failedNeededEntry:
       case SwTableBase::hwIndexExhausted:
          FWK_ASSERT(entryHandle.entryType() != EntryHandle::inDeletion,
                     "entryHandle->entryType() != EntryHandle::inDeletion()");
          break;
-      default: FWK_ASSERT(false, "entryState <= hwIndexExhausted"); break;
+      default:
+         FWK_ASSERT(false, "entryState <= hwIndexExhausted");
+         break;
    }
 }
 

@@ -27,8 +27,8 @@ void SwTable::Accessor<Table, Key>::bindKeyToIndex(const Key& key, Index& hwInde
       return;
    }
    SW_TRACE(8, "bindKeyToIndex",
-            " : Invalid keyToIndex binding. " << "Binding multiple keys to same hwIndex:"
-                                              << actualIndex);
+            " : Invalid keyToIndex binding. "
+                << "Binding multiple keys to same hwIndex:" << actualIndex);
    FWK_ASSERT(false, "false");
 }
 
@@ -72,7 +72,7 @@ Index SwTable::Accessor<Table, Key>::reconcileUsingIndexHelper(const Key& key,
       swTable_->indexHelperDel(handle.get());
       SW_TRACE(8, "reconcileUsingIndexHelper",
                ": Deleting syncedEntry reconciled at index:" << index);
-      swTable_->syncedEntryDel(index);
+      readBackRowClaimed(index);
       SW_TRACE(8, "reconcileUsingIndexHelper",
                ": Reconciled key:" << handle->key() << ", hwIndex:" << index);
       return index;
@@ -88,8 +88,7 @@ SwTable::ReconciliationStatus SwTable::Accessor<Table, Key>::reconcileSyncedEntr
    }
    const Index hwIndex = *doRetrieveHwIndex(key);
    if (hwIndex == kInvalidIndex) {
-      return reconcileUsingIndexHelper(key, true) != kInvalidIndex ? reconciledMatch
-                                                                   : unreconciled;
+      return reconcileUsingIndexHelper(key, true) != kInvalidIndex ? reconciledMatch : unreconciled;
    }
    const OptionalEntry* resolved = swTable_->resolvedEntry(key);
    const Entry entry = resolved ? resolved->value() : OptionalEntry().value();

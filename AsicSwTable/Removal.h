@@ -56,7 +56,9 @@ void SwTable::Accessor<Table, Key>::cleanup(EntryHandle* eh) {
    }
    if (!swTable_->entryHandleHas(key)) {
       switch (eh->entryType()) {
-         case EntryHandle::unset: deleteResolvedEntry(key); return;
+         case EntryHandle::unset:
+            deleteResolvedEntry(key);
+            return;
          case EntryHandle::inDeletion:
             SW_TRACE(6, "cleanup", " delete dance complete, key : " << key);
             return;
@@ -101,10 +103,12 @@ void SwTable::Accessor<Table, Key>::removeAtOnce(EntryHandle* eh) {
 }
 
 // A key bound to an index during a restart (bindKeyToIndex) that never resolved has no resolved
-// entry whose removal would give the index back; it goes back here, with the handle.
+// entry whose removal would give the index back. While the restart runs the binding stays: the
+// key, taken again, finds its row and adopts it, and the purge gives back what nobody claimed.
+// Afterwards the index goes back here, with the handle.
 template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::releaseBoundIndex(const Key& key) {
-   if (*doRetrieveHwIndex(key) == kInvalidIndex) {
+   if (restartInProgress() || *doRetrieveHwIndex(key) == kInvalidIndex) {
       return;
    }
    const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();

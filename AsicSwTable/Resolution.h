@@ -72,9 +72,9 @@ void SwTable::Accessor<Table, Key>::initUnresolvedEntry(const Fwk::Ptr<Unresolve
 
 template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::doResolve(UnresolvedEntry* ue) {
-   FWK_ASSERT_MSG(ue->neededEntryHandleSms() == 0, "ue->neededEntryHandleSms() == 0",
-                  "function should not have been called, accessor: "
-                      << static_cast<const void*>(this));
+   FWK_ASSERT_MSG(
+       ue->neededEntryHandleSms() == 0, "ue->neededEntryHandleSms() == 0",
+       "function should not have been called, accessor: " << static_cast<const void*>(this));
    SW_RING_TRACE("doResolve");
    const Key key = ue->key();
    Fwk::Ptr<EntryHandle> eh = swTable_->entryHandle(key);
@@ -104,10 +104,14 @@ void SwTable::Accessor<Table, Key>::setResolvedEntry(const Key& key,
    } else if (!current->has_value()) {
       swTable_->priorResolvedEntryIs(empty);
    } else {
+      // A value that never reached hardware counts as none: it found no index, or the replay
+      // left it undecided (its handle was never written in this life).
       const Fwk::Ptr<EntryHandle> handle = swTable_->entryHandle(key);
       FWK_ASSERT(handle, "swTable_->entryHandleHas( key )");
+      const SwTableBase::EntryState written = handle->resolvedEntryState();
       swTable_->priorResolvedEntryIs(
-          handle->resolvedEntryState() == SwTableBase::hwIndexExhausted ? absent : valued);
+          written == SwTableBase::hwIndexExhausted || written == SwTableBase::unresolved ? absent
+                                                                                         : valued);
    }
    swTable_->resolvedEntryIs(key, entry);
 }
@@ -115,7 +119,7 @@ void SwTable::Accessor<Table, Key>::setResolvedEntry(const Key& key,
 template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::deleteResolvedEntry(const Key& key) const {
    const OptionalEntry* current = swTable_->resolvedEntry(key);
-   swTable_->priorResolvedEntryIs(current == nullptr ? absent
+   swTable_->priorResolvedEntryIs(current == nullptr     ? absent
                                   : current->has_value() ? valued
                                                          : empty);
    swTable_->resolvedEntryDel(key);

@@ -76,16 +76,16 @@ template <class Table, class Key>
 bool SwTable::Accessor<Table, Key>::processIndexSuggestion(const EntryHandle* eh, Index hwIndex) {
    const Key key = eh->key();
    if (swTable_->resolvedEntryHas(key)) {
-      SW_TRACE(8, "processIndexSuggestion",
-               ": eh:" << static_cast<const void*>(eh) << ", key:" << key
-                       << ", hwIndex:" << hwIndex);
+      SW_TRACE(
+          8, "processIndexSuggestion",
+          ": eh:" << static_cast<const void*>(eh) << ", key:" << key << ", hwIndex:" << hwIndex);
       if (!reconcileUsingHwIndex(key, hwIndex, true)) {
          return false;
       }
       swTable_->updateStatistic(reconciledMatch);
       SW_TRACE(8, "processIndexSuggestion",
                ": Deleting syncedEntry reconciled at index:" << hwIndex);
-      swTable_->syncedEntryDel(hwIndex);
+      readBackRowClaimed(hwIndex);
       swTable_->indexHelperDel(eh);
       const Fwk::Ptr<EntryHandle> handle = swTable_->entryHandle(key);
       handle->hwIndexIs(hwIndex);

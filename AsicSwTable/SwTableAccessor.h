@@ -23,7 +23,7 @@ namespace Asic {
 
 template <class Table, class Key>
 class SwTable::Accessor {
-  public:
+ public:
    using MutableTable = std::remove_const_t<Table>;
    using Entry = typename MutableTable::Entry;
    using EntryHandle = typename MutableTable::EntryHandle;
@@ -119,7 +119,7 @@ class SwTable::Accessor {
    // The Util, or null while the platform has given the table none.
    const Util* utilIfExists() const noexcept;
 
-  private:
+ private:
    enum class WriteKind : std::uint8_t { ref, commit };
    HandlePtr write(const Key& key, const Entry& entry, WriteKind kind);
    void holdForWrite(EntryHandle* handle, WriteKind kind, bool newValue) const noexcept;
@@ -127,6 +127,17 @@ class SwTable::Accessor {
    void emptyRowDuringReplay(const Key& key);
    void releaseUnclaimedBindings();
    void programExhaustedEntries();
+   bool undecidedAtInitComplete(const Key& key, const EntryHandle& handle) const;
+   void programUndecided(const Key& key, EntryHandle& handle, SwTableBase::EntryState entryState);
+   // A restart runs from the read-back until the purge: read-back rows may still wait for the
+   // key that claims them.
+   bool restartInProgress() const noexcept;
+   // The row read back at the index now belongs to the key bound to it (reconciled, adopted or
+   // rewritten): it leaves the synced entries, and the allocator's hold on the index ends. The one
+   // place that ends a hold short of the purge.
+   void readBackRowClaimed(Index hwIndex) const;
+   // The key's bound index still holds a read-back row that nobody claimed.
+   bool unclaimedReadBackRowAt(const Key& key) const;
    void adoptReconciledIndex(const Key& key, Index hwIndex, bool match);
    void retireSyncedEntry(Index hwIndex);
    void removeAtOnce(EntryHandle* entryHandle);
@@ -141,7 +152,7 @@ class SwTable::Accessor {
 // valued resolved entry and no unresolved entry, each in its collection's order.
 template <class Table>
 class SwTable::EntryIteratorConst {
-  public:
+ public:
    using Entry = typename Table::Entry;
    using Key = typename Table::Key;
 
@@ -154,11 +165,11 @@ class SwTable::EntryIteratorConst {
    Entry entry() const;
    void advance();
 
-  private:
-   using UnresolvedIt = typename std::remove_reference_t<decltype(std::declval<const Table&>()
-                                                                        .unresolvedEntryMap())>::const_iterator;
-   using ResolvedIt = typename std::remove_reference_t<decltype(std::declval<const Table&>()
-                                                                      .resolvedEntryMap())>::const_iterator;
+ private:
+   using UnresolvedIt = typename std::remove_reference_t<
+       decltype(std::declval<const Table&>().unresolvedEntryMap())>::const_iterator;
+   using ResolvedIt = typename std::remove_reference_t<
+       decltype(std::declval<const Table&>().resolvedEntryMap())>::const_iterator;
    void skipInResolved();
 
    const Table* table_;

@@ -9,12 +9,16 @@ namespace Asic {
 
 namespace {
 constexpr std::uint64_t kAllOnes = ~std::uint64_t{0};
-constexpr std::size_t wordsFor(std::uint64_t bits) { return (bits + 63) / 64; }
+constexpr std::size_t wordsFor(std::uint64_t bits) {
+   return (bits + 63) / 64;
+}
 }  // namespace
 
 FirstFreeIndexAllocator::FirstFreeIndexAllocator(std::string name) : name_(std::move(name)) {}
 
-FirstFreeIndexAllocator::~FirstFreeIndexAllocator() { underDestructionIs(); }
+FirstFreeIndexAllocator::~FirstFreeIndexAllocator() {
+   underDestructionIs();
+}
 
 void FirstFreeIndexAllocator::numIndicesIs(std::uint32_t n) {
    if (n == numIndices_) {
@@ -88,10 +92,7 @@ std::uint32_t FirstFreeIndexAllocator::keyTypeNumberIs(const Fwk::TypeDescriptor
 }
 
 void FirstFreeIndexAllocator::bind(Index i, std::uint32_t type, std::uint64_t bits) {
-   if (bitSet(heldBack_, i)) {
-      heldBack_[i / 64] &= ~(std::uint64_t{1} << (i % 64));
-      --heldBackCount_;
-   } else {
+   if (!bitSet(heldBack_, i)) {
       markTaken(i);
    }
    ownerTypes_[i] = type;
@@ -105,7 +106,9 @@ void FirstFreeIndexAllocator::unbind(Index i) noexcept {
    byKey_.erase({ownerTypes_[i], ownerBits_[i]});
    ownerTypes_[i] = kNoKeyType;
    ownerBits_[i] = 0;
-   markFree(i);
+   if (!bitSet(heldBack_, i)) {
+      markFree(i);
+   }
    --used_;
 }
 
@@ -176,6 +179,17 @@ bool FirstFreeIndexAllocator::heldBack(Index index) const noexcept {
    return bitSet(heldBack_, index);
 }
 
+void FirstFreeIndexAllocator::heldBackDel(Index index) noexcept {
+   if (!bitSet(heldBack_, index)) {
+      return;
+   }
+   heldBack_[index / 64] &= ~(std::uint64_t{1} << (index % 64));
+   --heldBackCount_;
+   if (ownerTypes_[index] == kNoKeyType) {
+      markFree(index);
+   }
+}
+
 bool FirstFreeIndexAllocator::indexAvailable(Index index) const noexcept {
    return !bitSet(taken_, index);  // beyond the storage nothing is taken
 }
@@ -184,12 +198,9 @@ void FirstFreeIndexAllocator::indexAvailableIs(Index index) {
    if (index >= ownerTypes_.size()) {
       return;
    }
+   heldBackDel(index);
    if (ownerTypes_[index] != kNoKeyType) {
       unbind(index);
-   } else if (bitSet(heldBack_, index)) {
-      heldBack_[index / 64] &= ~(std::uint64_t{1} << (index % 64));
-      --heldBackCount_;
-      markFree(index);
    }
 }
 
@@ -217,7 +228,9 @@ void FirstFreeIndexAllocator::tableIs(const SwTable* table) {
    }
 }
 
-void FirstFreeIndexAllocator::tableDel(const SwTable* table) noexcept { std::erase(tables_, table); }
+void FirstFreeIndexAllocator::tableDel(const SwTable* table) noexcept {
+   std::erase(tables_, table);
+}
 
 void GenericIndexAllocator::releaseIndexFromTable(FirstFreeIndexAllocator& allocator,
                                                   const Fwk::TypeDescriptor& keyType,

@@ -4,10 +4,13 @@
 // of several tables (the allocator shared by the L3 interface table and the tunnel IIF table).
 //
 // After a restart the platform tells the allocator which rows were read back from hardware
-// (`heldBackIs`). Those indices are held back: they are not handed out as free indices, so an
-// entry programmed as new during or after the replay never lands on a row that the purge of
-// stale rows will delete. Reconciliation may still bind a held-back index to its key
-// (`recoverIndexForKey`), and the purge makes the unclaimed ones available again.
+// (`heldBackIs`). The rule: an index that holds a read-back row is never handed to another key
+// until that row is claimed by its key (`heldBackDel`, when reconciliation retires the row) or
+// purged (`indexAvailableIs`). The hold is a mark of its own, apart from the binding: binding a
+// key to a held-back index (`recoverIndexForKey`) keeps the hold, and unbinding the key (released,
+// removed, never resolved) leaves the index held back, not free. So an entry programmed as new
+// never lands on a row that the purge of stale rows will delete, whatever happens meanwhile to a
+// key bound to it.
 //
 // Free-index search keeps a bitmap of used words plus a summary bitmap of full words, and starts
 // at the lowest summary word that is not full, so the lowest free index is found in a few word
@@ -38,7 +41,7 @@ struct GenericKey {
 };
 
 class FirstFreeIndexAllocator : public Fwk::Entity {
-  public:
+ public:
    static constexpr std::string_view kTypeName = "Asic::FirstFreeIndexAllocator";
 
    // An allocator with no index yet (numIndicesIs sizes it).
@@ -70,15 +73,20 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    // free or held back, or already bound to the key); false when another key holds it.
    bool recoverIndexForKey(Index index, const Fwk::TypeDescriptor& type, const void* key);
    // Holds a read-back row's index back from free-index search until it is claimed or made
-   // available. An index outside the index space is not the allocator's to hold.
+   // available. An index outside the index space, or bound already, is not the allocator's to
+   // hold.
    void heldBackIs(Index index);
    bool heldBack(Index index) const noexcept;
+   // The read-back row at the index was claimed by its key: the hold ends; the index stays
+   // taken while a key is bound to it. Nothing happens to an index that is not held back.
+   void heldBackDel(Index index) noexcept;
    // The availability query: true when no key holds the index and it is not held back.
    bool indexAvailable(Index index) const noexcept;
    // The second index query: true when the index lies in this allocator's index space. A stale
    // row at an index the allocator does not manage is not the table's to delete.
    bool indexManaged(Index index) const noexcept { return index < numIndices_; }
-   // The make-available operation: unbinds whatever key holds the index and ends any hold-back.
+   // The make-available operation (the purge of a stale row): unbinds whatever key holds the
+   // index and ends any hold-back.
    void indexAvailableIs(Index index);
 
    // The indices bound to keys of one type, ascending.
@@ -94,10 +102,10 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    void tableDel(const SwTable* table) noexcept;
    std::size_t tables() const noexcept { return tables_.size(); }
 
-  protected:
+ protected:
    ~FirstFreeIndexAllocator() override;
 
-  private:
+ private:
    bool bitSet(const std::vector<std::uint64_t>& bits, Index i) const noexcept;
    void markTaken(Index i) noexcept;
    void markFree(Index i) noexcept;
@@ -148,7 +156,7 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    bool initialized_ = false;
    std::uint32_t used_ = 0;
    std::uint32_t heldBackCount_ = 0;
-   std::vector<std::uint64_t> taken_;     // bound or held back
+   std::vector<std::uint64_t> taken_;      // bound, held back, or both
    std::vector<std::uint64_t> fullWords_;  // summary: bit w set when taken_[w] is all ones
    std::size_t firstOpenSummary_ = 0;      // no summary word below it has a free word
    std::vector<std::uint64_t> heldBack_;

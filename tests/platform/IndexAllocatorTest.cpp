@@ -76,7 +76,9 @@ TEST_F(AllocatorTest, ExhaustionGivesTheInvalidIndexAndBindsNothing) {
    EXPECT_FALSE(allocator->owner(kInvalidIndex));
 }
 
-TEST_F(AllocatorTest, HeldBackIndicesAreSkippedUntilClaimedOrMadeAvailable) {
+// A read-back row's index is held until its key claims the row or the purge gives it back,
+// whatever its key does meanwhile.
+TEST_F(AllocatorTest, AReadBackRowIsHeldUntilClaimedOrPurged) {
    size(8);
    for (Index i : {0U, 1U, 3U}) {
       allocator->heldBackIs(i);
@@ -85,15 +87,19 @@ TEST_F(AllocatorTest, HeldBackIndicesAreSkippedUntilClaimedOrMadeAvailable) {
    EXPECT_FALSE(allocator->indexAvailable(1));
    EXPECT_EQ(acquire(10), 2U);
    EXPECT_EQ(acquire(11), 4U);
-   EXPECT_TRUE(recover(1, 12));  // reconciliation may claim a held-back index
-   EXPECT_FALSE(allocator->heldBack(1));
-   allocator->indexAvailableIs(0);
-   EXPECT_TRUE(allocator->indexAvailable(0));
-   EXPECT_EQ(acquire(13), 0U);
+   EXPECT_TRUE(recover(1, 12));  // bound to its key, not yet claimed
+   release(12);
+   EXPECT_EQ(acquire(13), 5U);  // still held: no other key gets it
+   EXPECT_TRUE(recover(1, 12));
+   allocator->heldBackDel(1);  // claimed: an ordinary binding from now on
+   release(12);
+   EXPECT_EQ(acquire(14), 1U);
+   allocator->indexAvailableIs(0);  // purged
+   EXPECT_EQ(acquire(15), 0U);
    allocator->heldBackIs(2);  // bound already: not held back
    EXPECT_FALSE(allocator->heldBack(2));
    EXPECT_EQ(allocator->heldBackIndices(), 1U);
-   EXPECT_EQ(allocator->totalUsedIndices(), 4U);
+   EXPECT_EQ(allocator->totalUsedIndices(), 5U);
 }
 
 TEST_F(AllocatorTest, RecoverBindsOnlyFreeOrOwnIndices) {

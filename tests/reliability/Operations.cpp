@@ -12,18 +12,46 @@ std::string Op::text() const {
          << (value.dscp ? " dscp" : "") << " vrf" << value.vrf;
    };
    switch (kind) {
-      case OpKind::commit: os << "commit k" << key; valueText(); break;
-      case OpKind::ref: os << "ref k" << key; valueText(); break;
-      case OpKind::remove: os << "remove k" << key; break;
-      case OpKind::release: os << "release #" << arg; break;
-      case OpKind::profileIndex: os << "profile " << key << " index " << arg; break;
-      case OpKind::profileState: os << "profile " << key << " state " << arg; break;
-      case OpKind::ack: os << "ack " << arg; break;
+      case OpKind::commit:
+         os << "commit k" << key;
+         valueText();
+         break;
+      case OpKind::ref:
+         os << "ref k" << key;
+         valueText();
+         break;
+      case OpKind::remove:
+         os << "remove k" << key;
+         break;
+      case OpKind::release:
+         os << "release #" << arg;
+         break;
+      case OpKind::profileIndex:
+         os << "profile " << key << " index " << arg;
+         break;
+      case OpKind::profileState:
+         os << "profile " << key << " state " << arg;
+         break;
+      case OpKind::ack:
+         os << "ack " << arg;
+         break;
       case OpKind::restart:
          os << "restart" << ((arg & kQuiesceFirst) ? " quiesced" : " abrupt")
-            << ((arg & kRowFault) ? " +row-fault" : "") << ((arg & kNestedRestart) ? " +nested" : "");
+            << ((arg & kRowFault) ? " +row-fault" : "")
+            << ((arg & kNestedRestart) ? " +nested" : "") << ((arg & kLive) ? " +live" : "");
          break;
-      case OpKind::quiesce: os << "quiesce"; break;
+      case OpKind::quiesce:
+         os << "quiesce";
+         break;
+      case OpKind::replay:
+         os << "replay " << arg;
+         break;
+      case OpKind::initComplete:
+         os << "initComplete";
+         break;
+      case OpKind::purge:
+         os << "purge";
+         break;
    }
    return os.str();
 }
@@ -76,11 +104,17 @@ Op Op::parse(const std::string& line) {
    } else if (word == "restart") {
       op.kind = OpKind::restart;
       while (in >> rest) {
-         op.arg |= rest == "quiesced" ? kQuiesceFirst
+         op.arg |= rest == "quiesced"     ? kQuiesceFirst
                    : rest == "+row-fault" ? kRowFault
-                   : rest == "+nested" ? kNestedRestart
-                                        : 0;
+                   : rest == "+nested"    ? kNestedRestart
+                   : rest == "+live"      ? kLive
+                                          : 0;
       }
+   } else if (word == "replay") {
+      op.kind = OpKind::replay;
+      op.arg = number(0);
+   } else if (word == "initComplete" || word == "purge") {
+      op.kind = word == "purge" ? OpKind::purge : OpKind::initComplete;
    } else if (word != "quiesce") {
       throw std::invalid_argument("unknown operation '" + line + "'");
    }
@@ -110,8 +144,9 @@ std::vector<Op> generate(std::uint64_t seed, const WorldShape& shape, std::size_
       v.vrf = pick(3);
       return v;
    };
-   // Weights of the kinds, in OpKind order.
-   const std::uint32_t weights[] = {22, 12, 9, 12, 6, 4, 18, 2, 4};
+   // Weights of the kinds, in OpKind order. Restarts are mostly live, so that clients act during
+   // the replay, between doInitComplete and the purge, and after.
+   const std::uint32_t weights[] = {22, 12, 9, 12, 6, 4, 18, 3, 4, 8, 2, 2};
    std::uint32_t total = 0;
    for (auto w : weights) {
       total += w;
@@ -131,18 +166,35 @@ std::vector<Op> generate(std::uint64_t seed, const WorldShape& shape, std::size_
             op.key = pick(shape.keys);
             op.value = value();
             break;
-         case OpKind::remove: op.key = pick(shape.keys); break;
-         case OpKind::release: op.arg = pick(64); break;
+         case OpKind::remove:
+            op.key = pick(shape.keys);
+            break;
+         case OpKind::release:
+            op.arg = pick(64);
+            break;
          case OpKind::profileIndex: {
             op.key = pick(shape.profiles);
             const std::uint32_t choice = pick(8);
             op.arg = choice < 5 ? 10 + op.key : choice < 7 ? 0xFFFFFFFFU : 300;
             break;
          }
-         case OpKind::profileState: op.key = pick(shape.profiles); op.arg = pick(7); break;
-         case OpKind::ack: op.arg = 1 + pick(6); break;
-         case OpKind::restart: op.arg = pick(8); break;
-         case OpKind::quiesce: break;
+         case OpKind::profileState:
+            op.key = pick(shape.profiles);
+            op.arg = pick(7);
+            break;
+         case OpKind::ack:
+            op.arg = 1 + pick(6);
+            break;
+         case OpKind::restart:
+            op.arg = pick(8) | (pick(4) != 0 ? kLive : 0);
+            break;
+         case OpKind::replay:
+            op.arg = 1 + pick(4);
+            break;
+         case OpKind::quiesce:
+         case OpKind::initComplete:
+         case OpKind::purge:
+            break;
       }
       ops.push_back(op);
    }

@@ -26,8 +26,11 @@ enum class OpKind : std::uint8_t {
    profileIndex,  // a profile gets index arg (valid, invalid, or above 255)
    profileState,  // a profile's entry state becomes arg
    ack,           // the chip delivers up to arg write completions
-   restart,       // the agent restarts (arg bits: quiesce first, row fault, nested restart)
+   restart,       // the agent restarts (arg bits below)
    quiesce,       // deliver everything and check the world against the model
+   replay,        // during a live restart: the agent replays up to arg configured keys
+   initComplete,  // during a live restart: the rest of the replay, then doInitComplete
+   purge,         // during a live restart: purgeStaleEntries (after doInitComplete)
 };
 
 struct Op {
@@ -40,8 +43,10 @@ struct Op {
    static Op parse(const std::string& line);
 };
 
-// Restart flags (Op::arg).
-constexpr std::uint32_t kQuiesceFirst = 1, kRowFault = 2, kNestedRestart = 4;
+// Restart flags (Op::arg). A live restart stays open after the read-back and the bindings: the
+// replay, doInitComplete and the purge come as operations of their own, between which clients
+// go on acting.
+constexpr std::uint32_t kQuiesceFirst = 1, kRowFault = 2, kNestedRestart = 4, kLive = 8;
 
 struct WorldShape {
    std::uint32_t tableSize = 64;

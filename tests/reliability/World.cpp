@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "Asic/ChipProfile.h"
+#include "Asic/HwTable.h"
 #include "TalvikL3Unicast/L3NextHopAttributes.h"
 
 namespace Reliability {
@@ -13,7 +14,9 @@ using S = Asic::SwTableBase;
 
 namespace {
 
-L3TunnelIntfKey keyOf(std::uint32_t key) { return L3TunnelIntfKey(1000 + key); }
+L3TunnelIntfKey keyOf(std::uint32_t key) {
+   return L3TunnelIntfKey(1000 + key);
+}
 
 template <class... Parts>
 std::string failure(const Parts&... parts) {
@@ -53,17 +56,21 @@ World::World(const WorldShape& shape)
       profiles_.back()->entryStateIs(S::success);
    }
    createTable();
-   endOfInitialisation();
+   if (!completeRestart().empty()) {
+      throw std::runtime_error("the cold start failed");
+   }
 }
 
-World::~World() { dropTable(); }
+World::~World() {
+   dropTable();
+}
 
 void World::createTable() {
    table_ = TalvikL3Decap::ingL3IifTableFactory();
    table_->setUp(Fwk::make<Asic::HwTable>("IngL3IifDecap", shape_.tableSize), chipProfile(),
                  shape_.tableSize);
-   completions_ = dynamic_cast<Sim::WriteCompletions*>(
-       const_cast<IngL3IifTable::Util*>(table_->util()));
+   completions_ =
+       dynamic_cast<Sim::WriteCompletions*>(const_cast<IngL3IifTable::Util*>(table_->util()));
    if (completions_ == nullptr) {
       throw std::runtime_error("the simulated chip's plug-in was not loaded");
    }
@@ -122,10 +129,16 @@ void World::resolveModel(KeyModel& m) {
 std::string World::apply(const Op& op) {
    ++operations_;
    switch (op.kind) {
-      case OpKind::commit: return commit(op, false);
-      case OpKind::ref: return commit(op, true);
-      case OpKind::remove: remove(op.key); return {};
-      case OpKind::release: release(op.arg); return {};
+      case OpKind::commit:
+         return commit(op, false);
+      case OpKind::ref:
+         return commit(op, true);
+      case OpKind::remove:
+         remove(op.key);
+         return {};
+      case OpKind::release:
+         release(op.arg);
+         return {};
       case OpKind::profileIndex:
          profiles_[op.key]->hwIndexIs(op.arg);
          profileChanged(op.key);
@@ -134,9 +147,19 @@ std::string World::apply(const Op& op) {
          profiles_[op.key]->entryStateIs(static_cast<S::EntryState>(op.arg));
          profileChanged(op.key);
          return {};
-      case OpKind::ack: completions_->deliverAcks(op.arg, false); return {};
-      case OpKind::restart: return restart(op.arg);
-      case OpKind::quiesce: return quiesceAndCheck();
+      case OpKind::ack:
+         completions_->deliverAcks(op.arg, false);
+         return {};
+      case OpKind::restart:
+         return restart(op.arg);
+      case OpKind::quiesce:
+         return quiesceAndCheck();
+      case OpKind::replay:
+         return replayNext(op.arg);
+      case OpKind::initComplete:
+         return initComplete();
+      case OpKind::purge:
+         return purge();
    }
    return {};
 }
@@ -171,7 +194,7 @@ std::string World::commit(const Op& op, bool reference) {
       ++m.refs;
       held_.emplace_back(op.key, handle);
    } else if (!alive) {
-      m = KeyModel{};  // the handle's only holder was the failed call: it is cleaned up
+      forget(m);  // the handle's only holder was the failed call: it is cleaned up
    }
    return {};
 }
@@ -188,7 +211,7 @@ void World::remove(std::uint32_t key) {
       m.waiting = m.stuck = false;
    }
    if (m.refs == 0) {
-      m = KeyModel{};
+      forget(m);
    }
 }
 
@@ -201,8 +224,14 @@ void World::release(std::uint32_t which) {
    held_.erase(held_.begin() + static_cast<std::ptrdiff_t>(i));
    KeyModel& m = model_[key];
    if (--m.refs == 0 && !m.committed) {
-      m = KeyModel{};
+      forget(m);
    }
+}
+
+void World::forget(KeyModel& m) const {
+   const bool bound = m.bound && phase_ != Phase::running;
+   m = KeyModel{};
+   m.bound = bound;
 }
 
 void World::profileChanged(std::uint32_t profile) {
@@ -221,11 +250,55 @@ void World::deliver(bool flush) {
    }
 }
 
-void World::endOfInitialisation() {
+std::string World::replayNext(std::size_t count) {
+   for (; count > 0 && phase_ == Phase::replaying && !replayQueue_.empty(); --count) {
+      const auto [key, value] = replayQueue_.front();
+      replayQueue_.erase(replayQueue_.begin());
+      if (auto f = commit(Op{OpKind::commit, key, 0, value}, false); !f.empty()) {
+         return "replaying: " + f;
+      }
+   }
+   return {};
+}
+
+std::string World::initComplete() {
+   if (phase_ != Phase::replaying) {
+      return {};
+   }
+   if (auto f = replayNext(replayQueue_.size()); !f.empty()) {
+      return f;
+   }
    table_->doInitComplete();
-   deliver(false);
+   phase_ = Phase::initComplete;
+   return {};
+}
+
+std::string World::purge() {
+   if (phase_ == Phase::running) {
+      return {};
+   }
+   if (auto f = initComplete(); !f.empty()) {
+      return f;
+   }
    table_->purgeStaleEntries();
+   phase_ = Phase::running;
+   for (KeyModel& m : model_) {
+      m.bound = m.bound && m.present();  // the purge gave unclaimed bindings back
+   }
+   saveBindings();  // the agent writes its state store at the end of each completed start
+   return {};
+}
+
+std::string World::completeRestart() {
+   if (auto f = initComplete(); !f.empty()) {
+      return f;
+   }
+   deliver(false);
+   if (auto f = purge(); !f.empty()) {
+      return f;
+   }
    deliver(true);
+   return {};
 }
 
 void World::saveBindings() {
@@ -270,15 +343,17 @@ std::string World::restart(std::uint32_t flags) {
    }
    const Sim::SimChip::Counters before = chip_->counters();
    dropTable();
-   for (KeyModel& m : model_) {
-      m.refs = 0;
-      if (!m.committed) {
-         m = KeyModel{};
-      } else {
-         m.resolved.reset();  // the new instance resolves the replayed value afresh
-         m.bound = false;
+   // The configuration the new instance replays: what clients committed, and what an
+   // interrupted replay had not reached yet. Nothing else of the old instance survives.
+   std::map<std::uint32_t, Value> configuration(replayQueue_.begin(), replayQueue_.end());
+   for (std::uint32_t k = 0; k < shape_.keys; ++k) {
+      if (model_[k].committed) {
+         configuration[k] = *model_[k].latest;
       }
+      model_[k] = KeyModel{};
    }
+   replayQueue_.assign(configuration.begin(), configuration.end());
+   phase_ = Phase::replaying;
    createTable();
    table_->syncEntries();
    if (flags & kRowFault) {
@@ -296,16 +371,17 @@ std::string World::restart(std::uint32_t flags) {
       model_[static_cast<std::uint32_t>(key - keyOf(0).value())].bound = true;
    }
    if (flags & kNestedRestart) {
-      if (auto f = replay(shape_.keys / 2); !f.empty()) {
+      if (auto f = replayNext(replayQueue_.size() / 2); !f.empty()) {
          return f;
       }
-      return restart(flags & kRowFault);  // the agent dies again during its replay
+      return restart(flags & (kRowFault | kLive));  // the agent dies again during its replay
    }
-   if (auto f = replay(shape_.keys); !f.empty()) {
+   if (flags & kLive) {
+      return {};  // clients act while the replay, doInitComplete and the purge come one by one
+   }
+   if (auto f = completeRestart(); !f.empty()) {
       return f;
    }
-   endOfInitialisation();
-   saveBindings();  // the agent writes its state store at the end of each completed start
    if (expectZeroWrites) {
       const auto& after = chip_->counters();
       if (after.decapWrites != before.decapWrites || after.decapDeletes != before.decapDeletes) {
@@ -317,27 +393,12 @@ std::string World::restart(std::uint32_t flags) {
    return {};
 }
 
-std::string World::replay(std::size_t upTo) {
-   for (std::uint32_t k = 0; k < upTo && k < shape_.keys; ++k) {
-      KeyModel& m = model_[k];
-      if (!m.committed) {
-         continue;
-      }
-      bool threw = false;
-      try {
-         table_->entryCommit(keyOf(k), entryOf(*m.latest));
-      } catch (const std::range_error&) {
-         threw = true;
-      }
-      resolveModel(m);
-      if (threw != m.stuck) {
-         return failure(threw ? "unexpected" : "missing", " range error replaying k", k);
+std::string World::quiesceAndCheck() {
+   if (phase_ != Phase::running) {
+      if (auto f = completeRestart(); !f.empty()) {
+         return f;
       }
    }
-   return {};
-}
-
-std::string World::quiesceAndCheck() {
    deliver(true);
    for (std::uint32_t k = 0; k < shape_.keys; ++k) {
       if (auto f = checkKey(k); !f.empty()) {
@@ -391,8 +452,8 @@ std::string World::checkKey(std::uint32_t k) {
    const Sim::DecapRow row =
        index < shape_.tableSize ? chip_->state().decapRow(index) : Sim::DecapRow{};
    const Value& v = *m.resolved;
-   const Sim::DecapRow expected{Sim::RowState::valued, m.resolvedProfileIndex, v.ipv4, v.ipv6,
-                                v.dscp, v.vrf};
+   const Sim::DecapRow expected{
+       Sim::RowState::valued, m.resolvedProfileIndex, v.ipv4, v.ipv6, v.dscp, v.vrf};
    if (!(row == expected)) {
       return failure("hardware row ", index, " does not hold the value in force (vrf ", row.vrf,
                      " state ", int(row.state), ", expected vrf ", v.vrf, " profile index ",
@@ -402,11 +463,16 @@ std::string World::checkKey(std::uint32_t k) {
        handle->resolvedEntryState() != S::indexReconciled) {
       return failure("resolvedEntryState ", handle->resolvedEntryState(), " after every ack");
    }
+   if (handle->hwIndex() != index) {
+      return failure("the handle reports index ", handle->hwIndex(), ", the allocator holds ",
+                     index);
+   }
    return {};
 }
 
 std::string World::checkRows() {
    std::uint32_t owned = 0;
+   const Asic::IndexUserTracker& tracker = *table_->hwTable()->indexUserTracker();
    for (std::uint32_t i = 0; i < shape_.tableSize; ++i) {
       const bool valued = chip_->state().decapRow(i).state == Sim::RowState::valued;
       const auto owner = table_->indexAllocator()->owner(i);
@@ -414,6 +480,14 @@ std::string World::checkRows() {
       if (valued && !owner) {
          return failure("hardware row ", i, " holds a value that no key owns");
       }
+      if (tracker.users(i) != (valued ? 1U : 0U)) {
+         return failure("the index-user tracker counts ", tracker.users(i), " users of row ", i,
+                        valued ? ", which holds a value" : ", which holds none");
+      }
+   }
+   if (tracker.underflows() != 0) {
+      return failure("the index-user tracker was told of ", tracker.underflows(),
+                     " releases of unused rows");
    }
    const auto* allocator = table_->indexAllocator().get();
    if (allocator->totalUsedIndices() != owned || allocator->heldBackIndices() != 0) {

@@ -21,7 +21,7 @@ using TalvikL3Decap::L3TunnelIntfKey;
 
 // A profile-table entry handle the test moves through indices and states.
 class Profile : public Asic::SwTableBase::EntryHandle {
-  public:
+ public:
    static constexpr std::string_view kTypeName = "Reliability::Profile";
    const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<Profile>(); }
 };
@@ -43,7 +43,7 @@ struct KeyModel {
 };
 
 class World {
-  public:
+ public:
    explicit World(const WorldShape& shape);
    ~World();
    World(const World&) = delete;
@@ -59,7 +59,7 @@ class World {
    std::uint64_t operations() const noexcept { return operations_; }
    std::uint64_t restarts() const noexcept { return restarts_; }
 
-  private:
+ private:
    void createTable();
    void dropTable();
    std::string commit(const Op& op, bool reference);
@@ -67,8 +67,12 @@ class World {
    void release(std::uint32_t which);
    void profileChanged(std::uint32_t profile);
    std::string restart(std::uint32_t flags);
-   std::string replay(std::size_t upTo);
-   void endOfInitialisation();
+   std::string replayNext(std::size_t count);
+   std::string initComplete();
+   std::string purge();
+   std::string completeRestart();
+   // A key nobody holds any more; during a restart it keeps the binding the restart gave it.
+   void forget(KeyModel& m) const;
    void deliver(bool flush);
    void resolveModel(KeyModel& m);
    bool profileReady(int profile) const;
@@ -86,6 +90,11 @@ class World {
    std::vector<std::pair<std::uint32_t, Fwk::Ptr<const Asic::SwTableBase::EntryHandle>>> held_;
    std::vector<KeyModel> model_;
    std::map<std::uint64_t, Asic::Index> bindings_;  // the agent's state store
+   // Where a restart stands: the replay runs, doInitComplete has run, or the restart is over.
+   enum class Phase : std::uint8_t { running, replaying, initComplete };
+   Phase phase_ = Phase::replaying;
+   // The configuration the agent has still to replay, key by key.
+   std::vector<std::pair<std::uint32_t, Value>> replayQueue_;
    std::uint64_t operations_ = 0;
    std::uint64_t restarts_ = 0;
 };
