@@ -10,6 +10,12 @@
 // All operations run synchronously on the table's thread. Several call back into each other
 // through the table's collection mutators and the handles' hooks; each operation's contract below
 // says what it changes and what it may call.
+//
+// Restart rule: from the read-back (syncEntries) to the purge (purgeStaleEntries) clients may act
+// as at any other time. A row read back is held in the allocator until its own key claims it
+// (readBackRowClaimed: adopted or rewritten by reconciliation, at any moment before the purge) or
+// the purge deletes it; no key is ever written over a row the purge could delete, and a bound
+// key keeps its binding until the purge whatever happens to its handle meanwhile.
 #pragma once
 
 #include <cstdint>
