@@ -3,7 +3,8 @@
 // acknowledged hardware row and back to deletion, and through a hitless restart.
 //
 // Everything that varies between tables lives in the table type (its collections, Entry, handles,
-// Util) and in traits (Asic::Trait); the engine never asks which table it drives. The operations
+// Util) and in its traits (Asic::TableTraits, TableTraits.h: all the engine knows of the table's
+// key and entry); the engine never asks which table it drives. The operations
 // are defined one concern per file (see README.md); SwTableAccessorImpl.h includes them all and
 // is included once, by the table's own translation unit, which instantiates the engine.
 //
@@ -23,6 +24,7 @@
 #include <variant>
 
 #include "Asic/SwUnknownIndexTable.h"
+#include "AsicSwTable/TableTraits.h"
 #include "Fwk/Ptr.h"
 
 namespace Asic {
@@ -35,8 +37,12 @@ class SwTable::Accessor {
    using EntryHandle = typename MutableTable::EntryHandle;
    using UnresolvedEntry = typename MutableTable::UnresolvedEntry;
    using Util = typename MutableTable::Util;
+   using Traits = TableTraits<MutableTable>;
    using OptionalEntry = std::optional<Entry>;
    using HandlePtr = Fwk::Ptr<const SwTableBase::EntryHandle>;
+   static_assert(TableTraitsOf<Traits, Key, Entry>,
+                 "a table supplies its key's and entry's traits as Asic::TableTraits<Table> "
+                 "(AsicSwTable/TableTraits.h)");
 
    explicit Accessor(Table* table) noexcept : swTable_(table) {}
 
@@ -149,7 +155,6 @@ class SwTable::Accessor {
    void removeAtOnce(EntryHandle* entryHandle);
    void releaseBoundIndex(const Key& key);
    void entryTypeIs(EntryHandle* handle, std::uint8_t type) const noexcept;
-   const Key* keyAddress(const Key& key) const noexcept { return &key; }
 
    Table* swTable_;
 };

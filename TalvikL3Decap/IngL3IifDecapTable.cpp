@@ -785,12 +785,7 @@ Asic::Index IngL3IifTable::hwIndexOnlyForCrossAgentCommunication(L3TunnelIntfKey
 }
 
 std::optional<L3TunnelIntfKey> IngL3IifTable::swKeyFromHwIndex(Asic::Index hwIndex) const {
-   const Fwk::Ptr<Asic::FirstFreeIndexAllocator> allocator = indexAllocator_;
-   const std::optional<Asic::GenericKey> owner = allocator->owner(hwIndex);
-   if (!owner || owner->type != &Fwk::typeOf<L3TunnelIntfKey>()) {
-      return std::nullopt;
-   }
-   return L3TunnelIntfKey(owner->bits);
+   return Asic::TableTraits<IngL3IifTable>::keyAt(*indexAllocator_, hwIndex);
 }
 
 void IngL3IifTable::doCreateAllocator() { Engine(this).doCreateAllocator(); }

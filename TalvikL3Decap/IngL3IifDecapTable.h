@@ -20,6 +20,7 @@
 #include "Asic/Recovery.h"
 #include "Asic/SwUnknownIndexTable.h"
 #include "Asic/WriteResponseSm.h"
+#include "AsicSwTable/TableTraits.h"
 #include "Fwk/NodePool.h"
 #include "Fwk/ProbedTable.h"
 #include "Fwk/TextForm.h"
@@ -570,6 +571,13 @@ class IngL3IifTable::UtilLoader : public Asic::LoaderSingleton {
 };
 
 }  // namespace TalvikL3Decap
+
+// All the engine knows of the table's key and entry.
+template <>
+struct Asic::TableTraits<TalvikL3Decap::IngL3IifTable>
+    : Asic::KeyTraits<TalvikL3Common::L3TunnelIntfKey>,
+      Asic::NeededEntryField<&TalvikL3Decap::IngL3IifTable::Entry::l3IifProfileIndexHandle,
+                             &TalvikL3Decap::IngL3IifTable::Entry::l3IifProfileIndex> {};
 
 #include "AsicSwTable/SwTableAccessor.h"
 
