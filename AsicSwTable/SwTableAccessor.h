@@ -8,9 +8,11 @@
 // are defined one concern per file (see README.md); SwTableAccessorImpl.h includes them all and
 // is included once, by the table's own translation unit, which instantiates the engine.
 //
-// All operations run synchronously on the table's thread. Several call back into each other
-// through the table's collection mutators and the handles' hooks; each operation's contract below
-// says what it changes and what it may call.
+// All operations run synchronously on the table's owning thread (docs/ARCHITECTURE.md,
+// "Threads"): every table operation and handle hook builds an accessor, which builds with debug
+// checks stop on any other thread. Several operations call back into each other through the
+// table's collection mutators and the handles' hooks; each operation's contract below says what it
+// changes and what it may call.
 //
 // Restart rule: from the read-back (syncEntries) to the purge (purgeStaleEntries) clients may act
 // as at any other time. A row read back is held in the allocator until its own key claims it
@@ -25,6 +27,7 @@
 
 #include "Asic/SwUnknownIndexTable.h"
 #include "AsicSwTable/TableTraits.h"
+#include "Fwk/Assert.h"
 #include "Fwk/Ptr.h"
 
 namespace Asic {
@@ -44,7 +47,11 @@ class SwTable::Accessor {
                  "a table supplies its key's and entry's traits as Asic::TableTraits<Table> "
                  "(AsicSwTable/TableTraits.h)");
 
-   explicit Accessor(Table* table) noexcept : swTable_(table) {}
+   explicit Accessor(Table* table) noexcept : swTable_(table) {
+      FWK_DEBUG_ASSERT_MSG(table == nullptr || table->onOwningThread(), "onOwningThread()",
+                           "a table's operations and the last release of its handles run on the "
+                           "thread that made the table (docs/ARCHITECTURE.md, \"Threads\")");
+   }
 
    // --- client write path ---
    // Reference the entry: it lives while clients hold the returned handle. Never null. May run

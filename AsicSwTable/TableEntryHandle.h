@@ -16,7 +16,7 @@
 namespace Asic {
 
 template <class Table>
-class TableEntryHandle : public SwTable::EntryHandle {
+class TableEntryHandle final : public SwTable::EntryHandle {
  public:
    using Key = typename TableTraits<Table>::Key;
    using Entry = typename TableTraits<Table>::Entry;
@@ -25,14 +25,14 @@ class TableEntryHandle : public SwTable::EntryHandle {
 
    TableEntryHandle(Key key, Table* table);
    // Handles of one table type, one per key of every table instance, come from one pool
-   // (Fwk/NodePool.h).
+   // (Fwk/NodePool.h), shared by tables on different threads.
    static void* operator new(std::size_t size);
    static void operator delete(void* handle, std::size_t size) noexcept;
    // That pool, for its statistics.
    static const Fwk::SharedNodePool& pool() noexcept;
    const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<TableEntryHandle>(); }
-   // Handles of this table type alive in the process (leak checks).
-   static std::size_t liveHandles() noexcept { return live_; }
+   // Handles of this table type alive in the process (leak checks): the pool's nodes in use.
+   static std::size_t liveHandles() noexcept { return pool().nodesInUse(); }
    // The handle's directory name, else "<table>::EntryHandle(<key>)".
    std::string entityText() const override;
 
@@ -68,17 +68,15 @@ class TableEntryHandle : public SwTable::EntryHandle {
    // helper and tried against the rows read back.
    void handleIndexSuggestions(const IndexSet& suggestions) const override;
 
- protected:
+ private:
    ~TableEntryHandle() override;
    void lastUserGone() override;
    void handleEntryState() override;
    void handleResolvedEntryState() override;
 
- private:
    Key key_;
    Fwk::Ptr<Table> swTable_;
    PendingEntryQueue<Entry> pending_;
-   inline static std::size_t live_ = 0;
 };
 
 }  // namespace Asic

@@ -54,15 +54,12 @@ const Fwk::SharedNodePool& TableEntryHandle<Table>::pool() noexcept {
 }
 
 template <class Table>
-TableEntryHandle<Table>::TableEntryHandle(Key key, Table* table) : key_(key), swTable_(table) {
-   ++live_;
-}
+TableEntryHandle<Table>::TableEntryHandle(Key key, Table* table) : key_(key), swTable_(table) {}
 
 template <class Table>
 TableEntryHandle<Table>::~TableEntryHandle() {
    underDestructionIs();
    pending_.clear();
-   --live_;
 }
 
 template <class Table>
