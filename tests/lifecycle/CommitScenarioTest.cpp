@@ -56,8 +56,8 @@ TEST_F(CommitScenario, OneProfileBecomingReadyResolvesEveryKeyWaitingForIt) {
    makeReady(*profile, 5);
    EXPECT_EQ(t().unresolvedEntrys(), 0U);
    ASSERT_NE(indexOf(1), indexOf(2));
-   EXPECT_TRUE(chip->rows.at(indexOf(1)).matches(Entry(nullptr, 5, true, false, false, 100)));
-   EXPECT_TRUE(chip->rows.at(indexOf(2)).matches(Entry(nullptr, 5, true, false, false, 200)));
+   EXPECT_EQ(rowAt(indexOf(1)), "{p5 v4 vrf100}");
+   EXPECT_EQ(rowAt(indexOf(2)), "{p5 v4 vrf200}");
    EXPECT_EQ(util().ackAll(t()), 2U);
    EXPECT_EQ(h1->entryState(), S::success);
    EXPECT_EQ(h2->entryState(), S::success);
@@ -249,7 +249,7 @@ TEST_F(CommitScenario, TooWideProfileIndexLosesNothingAndThePreviousValueStaysIn
    util().clearCalls();
    EXPECT_THROW(t().entryCommit(k(1), e(wide, 200)), std::range_error);
 
-   EXPECT_EQ(chip->rows.at(0), Row::of(Entry(nullptr, 7, true, false, false, 100)));
+   EXPECT_EQ(rowAt(0), "{p7 v4 vrf100}");
    EXPECT_TRUE(util().calls().empty());
    const auto* resolved = t().resolvedEntry(k(1));
    ASSERT_TRUE(resolved && resolved->has_value());

@@ -39,7 +39,7 @@ TEST_F(CommitTest, RemovalLeavesNoRowNoIndexNoHandle) {
    EXPECT_EQ(util().callsMatching("delete"), (std::vector<std::string>{"delete 0"}));
    EXPECT_EQ(t().entrys(), 0U);
    EXPECT_EQ(indexOf(1), Asic::kInvalidIndex);
-   EXPECT_TRUE(chip->rows.empty());
+   EXPECT_EQ(chip->validRows(), 0U);
    EXPECT_EQ(profile->refCount(), 1U);
    EXPECT_FALSE(tracesContaining("delete dance complete").empty());
 }

@@ -125,7 +125,7 @@ TEST_F(NoUtilScenario, StatesAndIndicesWithoutHardware) {
    EXPECT_EQ(indexOf(1), Asic::kInvalidIndex);
    EXPECT_FALSE(traced("hwTableEntryDel: Deleting entry at key:1"));
    EXPECT_FALSE(traced("handleEntryNo entry in HwTable for this key. Skip delete"));
-   EXPECT_TRUE(chip->rows.empty());
+   EXPECT_EQ(chip->validRows(), 0U);
    EXPECT_EQ(chip->writes + chip->deletes, 0U);
    EXPECT_EQ(tracker().operations(Asic::IndexUserTracker::acquire), 0U);
    EXPECT_EQ(t().statistics().count(Asic::SwTable::hwEntryDeleted), 0U);

@@ -9,7 +9,7 @@
 #include "Asic/HwTable.h"
 #include "Fwk/Directory.h"
 #include "Fwk/Errors.h"
-#include "support/FakeChip.h"
+#include "support/TableFixture.h"
 
 namespace Test {
 namespace {

@@ -51,7 +51,7 @@ TEST_P(PurgeOutcomeTest, EveryStaleRowIsReportedThenDeletedUnlessTheAllocatorDis
    }
    expected.insert(expected.end(), {"tracker 2 release", "delete 2"});
    EXPECT_THAT(util().calls(), ElementsAreArray(expected));
-   EXPECT_EQ(chip->rows.contains(1), kept);
+   EXPECT_EQ(chip->rows.at(1).valid, kept);
    EXPECT_EQ(statistic(R::hwEntryDeleted), kept ? 2U : 3U);
    EXPECT_EQ(tracesContaining("Skip index:1").size(), kept ? 1U : 0U);
    const bool wasUnavailable =
@@ -81,7 +81,8 @@ class SyncedEntryNotificationTest : public RestartFixture {
       commitAll({{1, 101}, {2, 102}, {3, 103}});
    }
    static std::string removal(Asic::Index index, std::uint32_t vrf) {
-      return "syncedEntry[" + std::to_string(index) + "] was " + toText(rowFor(vrf).entry());
+      return "syncedEntry[" + std::to_string(index) + "] was " +
+             toText(FakeChip::RowForm<IngL3IifTable>::entryOf(rowFor(vrf)));
    }
 };
 
@@ -104,7 +105,7 @@ TEST_F(SyncedEntryNotificationTest, WithoutObserversThePurgeStillEmptiesTheColle
    ASSERT_EQ(t().syncedEntrys(), 3U);
    finishInit();
    EXPECT_EQ(t().syncedEntrys(), 0U);
-   EXPECT_TRUE(chip->rows.empty());
+   EXPECT_EQ(chip->validRows(), 0U);
 }
 
 // Teardown of a restarted table, with an allocator of its own (false) or the shared one (true).

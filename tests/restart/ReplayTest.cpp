@@ -104,7 +104,7 @@ TEST_F(MixedRestartTest, EntryRemoveAllAfterThePurgeEmptiesHardwareAndAllocator)
    t().entryRemoveAll();
    EXPECT_EQ(indicesOf("write"), (std::set<Asic::Index>{0, 1, 3, 10}));  // rewritten empty first
    util().ackAll(t());
-   EXPECT_TRUE(chip->rows.empty());
+   EXPECT_EQ(chip->validRows(), 0U);
    EXPECT_EQ(t().entrys(), 0U);
    EXPECT_EQ(t().resolvedEntrys(), 0U);
    EXPECT_EQ(t().indexAllocator()->totalUsedIndices(), 0U);

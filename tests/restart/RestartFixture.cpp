@@ -66,15 +66,15 @@ std::string RestartFixture::hardwareDifference(const Config& config) {
       expected[index] = rowFor(vrf);
    }
    for (const auto& [index, row] : expected) {
-      const auto it = chip->rows.find(index);
-      if (it == chip->rows.end() || !(it->second == row)) {
+      if (!(chip->rows.at(index) == row)) {
          os << "row " << index << " missing or different (vrf " << row.vrf << " expected)";
          return os.str();
       }
    }
-   for (const auto& [index, row] : chip->rows) {
-      if (!expected.contains(index)) {
-         os << "row " << index << " (vrf " << row.vrf << ") is not in the configuration";
+   for (Asic::Index index = 0; index < chip->rows.size(); ++index) {
+      if (chip->rows[index].valid && !expected.contains(index)) {
+         os << "row " << index << " (vrf " << chip->rows[index].vrf
+            << ") is not in the configuration";
          return os.str();
       }
    }

@@ -15,6 +15,7 @@ namespace Test {
 
 using S = Asic::SwTableBase;
 using R = Asic::SwTable;
+using Row = FakeChip::RowForm<IngL3IifTable>::Row;
 
 // A configuration: key -> vrf; every entry needs the fixture's profile entry.
 using Config = std::map<std::uint64_t, std::uint32_t>;
@@ -23,8 +24,8 @@ using Bindings = std::map<std::uint64_t, Asic::Index>;
 
 // What the previous instance leaves behind.
 struct Recorded {
-   std::map<Asic::Index, Row> rows;  // the chip's rows
-   Bindings reported;                // hwIndexOnlyForCrossAgentCommunication of every key
+   std::vector<Row> rows;  // the chip's rows
+   Bindings reported;      // hwIndexOnlyForCrossAgentCommunication of every key
 };
 
 class RestartFixture : public TableFixture {

@@ -62,7 +62,7 @@ TEST_F(SwitchOn, DeleteDanceCompletesWithinOneRelease) {
    EXPECT_EQ(t().entrys(), 0U);
    EXPECT_EQ(t().resolvedEntrys(), 0U);
    EXPECT_EQ(indexOf(1), Asic::kInvalidIndex);
-   EXPECT_TRUE(chip->rows.empty());
+   EXPECT_EQ(chip->validRows(), 0U);
    EXPECT_EQ(profile->refCount(), 1U);
    EXPECT_TRUE(traced("cleanup begin delete dance, key : 1"));
    EXPECT_EQ(tracker().users(0), 0U);
