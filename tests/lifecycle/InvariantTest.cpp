@@ -9,7 +9,9 @@
 namespace Test {
 namespace {
 
-class LifecycleDeathTest : public Scenario {};
+using DecapEngine = Asic::SwTable::Accessor<IngL3IifTable>;
+
+class LifecycleDeathTest : public Scenario<DecapKind> {};
 
 TEST_F(LifecycleDeathTest, ResolvingWhileTheProfileIsStillAwaitedIsFatal) {
    auto profile = pendingProfile();
@@ -68,7 +70,7 @@ struct SwitchValue {
 class SwitchValueTest : public ::testing::TestWithParam<SwitchValue> {};
 
 TEST_P(SwitchValueTest, ParsesAsABaseTenIntegerAndIsOnWhenNotZero) {
-   EXPECT_EQ(Engine::switchValueOn(GetParam().text), GetParam().on);
+   EXPECT_EQ(DecapEngine::switchValueOn(GetParam().text), GetParam().on);
 }
 
 INSTANTIATE_TEST_SUITE_P(

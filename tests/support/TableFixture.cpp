@@ -46,6 +46,16 @@ void TableFixtureOf<Kind>::createTable(const TableOptions& opts) {
 }
 
 template <class Kind>
+void TableFixtureOf<Kind>::freshTable(const TableOptions& opts) {
+   if (table) {
+      table->cleanup();
+   }
+   chip = nullptr;
+   createTable(opts);
+   clearTraces();
+}
+
+template <class Kind>
 void TableFixtureOf<Kind>::restart() {
    // The old agent dies: nothing it does on the way out reaches hardware.
    table->utilIs(nullptr);
@@ -79,5 +89,19 @@ std::vector<std::string> TableFixtureOf<Kind>::tracesContaining(const std::strin
 }
 
 template class TableFixtureOf<DecapKind>;
+template class TableFixtureOf<WideKind>;
+
+std::string WideKind::plainKeys(std::string line) {
+   const std::string site = std::to_string(kSite) + "/";
+   for (std::size_t at = line.find(site); at != std::string::npos; at = line.find(site, at)) {
+      const bool partOfANumber = at > 0 && std::isdigit(static_cast<unsigned char>(line[at - 1]));
+      if (partOfANumber) {
+         at += site.size();
+      } else {
+         line.erase(at, site.size());
+      }
+   }
+   return line;
+}
 
 }  // namespace Test

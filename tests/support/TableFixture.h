@@ -37,6 +37,8 @@ class TableFixtureOf : public ::testing::Test {
    // Creates the table (the previous one, if any, is released first), over the chip of the
    // previous table if there was one.
    void createTable(const TableOptions& options = {});
+   // A new table on a new chip, the previous table cleaned up, the traces cleared.
+   void freshTable(const TableOptions& options = {});
    // An agent restart: the old instance goes without touching hardware; a new one is set up over
    // the same chip, in configuration replay, with its rows read back (syncEntries).
    void restart();
@@ -73,6 +75,7 @@ class TableFixtureOf : public ::testing::Test {
 };
 
 extern template class TableFixtureOf<DecapKind>;
+extern template class TableFixtureOf<WideKind>;
 
 using TableFixture = TableFixtureOf<DecapKind>;
 using Entry = DecapKind::Table::Entry;
