@@ -24,8 +24,12 @@ import signal
 import subprocess
 import sys
 import time
-import tomllib
 from pathlib import Path
+
+try:
+    import tomllib
+except ModuleNotFoundError:  # Python before 3.11
+    sys.exit("mutate.py needs Python 3.11 or later (tomllib)")
 
 HERE = Path(__file__).resolve().parent
 REPO = HERE.parent.parent
@@ -215,10 +219,19 @@ def end_leftover_children():
                 break
 
 
+def die_with_parent():
+    """Run in the child before exec: the command ends when this script is killed (PR_SET_PDEATHSIG)."""
+    try:
+        ctypes.CDLL(None, use_errno=True).prctl(1, signal.SIGKILL, 0, 0, 0)
+    except (OSError, AttributeError):
+        pass
+
+
 def run(cmd, log, timeout=None):
     with open(log, "w") as out:
         try:
-            p = subprocess.run(cmd, stdout=out, stderr=subprocess.STDOUT, timeout=timeout)
+            p = subprocess.run(cmd, stdout=out, stderr=subprocess.STDOUT, timeout=timeout,
+                               preexec_fn=die_with_parent)
             code = p.returncode
         except subprocess.TimeoutExpired:
             code = None
@@ -245,7 +258,8 @@ def configure(src, build, log):
 
 
 def build_tree(build, jobs, log):
-    code, text = run(["cmake", "--build", str(build), "-j", str(jobs)], log)
+    # ninja itself rather than `cmake --build`, so that it ends with this script (die_with_parent).
+    code, text = run(["ninja", "-C", str(build), "-j", str(jobs)], log)
     return code == 0, text
 
 
@@ -404,7 +418,8 @@ if __name__ == "__main__":
     try:
         sys.exit(main())
     except ListError as e:
-        sys.exit(str(e))
+        print(e, file=sys.stderr)
+        sys.exit(2)
     except KeyboardInterrupt:
         end_leftover_children()
         sys.exit(130)
