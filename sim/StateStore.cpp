@@ -19,6 +19,8 @@ constexpr const char* kChipTable =
 constexpr const char* kBindingsTable =
     "CREATE TABLE bindings (decap_row INTEGER PRIMARY KEY, key INTEGER NOT NULL) STRICT";
 constexpr int kBusyMilliseconds = 2000;
+// Bindings per INSERT statement: one statement for many rows costs a third of a row each.
+constexpr std::size_t kUpsertsPerStatement = 32;
 constexpr std::size_t kChipIdDigits = 32;
 
 // The files SQLite keeps beside a WAL database.
@@ -64,12 +66,28 @@ bool isChipId(const std::string& id) {
 
 std::int64_t stored(std::uint64_t key) { return static_cast<std::int64_t>(key); }
 
+// INSERT OR REPLACE of `count` bindings.
+std::string upsertSql(std::size_t count) {
+   std::string sql = "INSERT OR REPLACE INTO bindings (decap_row, key) VALUES (?, ?)";
+   for (std::size_t i = 1; i < count; ++i) {
+      sql += ", (?, ?)";
+   }
+   return sql;
+}
+
+// Binds a binding as the `place`th pair of a statement's parameters.
+void bindBinding(sqlite3_stmt* statement, std::size_t place, const Binding& b) {
+   const int first = static_cast<int>(2 * place + 1);
+   sqlite3_bind_int64(statement, first, b.row);
+   sqlite3_bind_int64(statement, first + 1, stored(b.key));
+}
+
 }  // namespace
 
 StateStore::StateStore(std::string path, bool readOnly) : path_(std::move(path)), readOnly_(readOnly) {}
 
 StateStore::~StateStore() {
-   for (sqlite3_stmt* statement : {upsert_, dropRow_, dropBinding_}) {
+   for (sqlite3_stmt* statement : {upsert_, upsertMany_, dropRow_, dropBinding_}) {
       sqlite3_finalize(statement);
    }
    sqlite3_close(db_);
@@ -127,6 +145,7 @@ void StateStore::connect(int flags) {
                             ": the state store cannot be written (check its permissions and "
                             "its directory's)");
    }
+   exec("PRAGMA synchronous = NORMAL");
    sqlite3_stmt* mode = prepare("PRAGMA journal_mode = WAL");
    const bool wal = sqlite3_step(mode) == SQLITE_ROW &&
                     std::strcmp(reinterpret_cast<const char*>(sqlite3_column_text(mode, 0)), "wal") == 0;
@@ -134,7 +153,6 @@ void StateStore::connect(int flags) {
    if (!wal) {
       fail("cannot put the state store in WAL mode");
    }
-   exec("PRAGMA synchronous = NORMAL");
 }
 
 void StateStore::load() {
@@ -280,15 +298,25 @@ void StateStore::commit() {
    const Timed timed(seconds_);
    transaction([&] {
       if (upsert_ == nullptr) {
-         upsert_ = prepare("INSERT OR REPLACE INTO bindings (decap_row, key) VALUES (?1, ?2)");
+         upsert_ = prepare(upsertSql(1).c_str());
+         upsertMany_ = prepare(upsertSql(kUpsertsPerStatement).c_str());
          dropRow_ = prepare("DELETE FROM bindings WHERE decap_row = ?1");
       }
       // Drops first: a row deleted and then given to a key again keeps the new binding.
       for (const std::uint32_t row : readyDrops_) {
          step(dropRow_, {row});
       }
-      for (const Binding& b : upserts_) {
-         step(upsert_, {b.row, stored(b.key)});
+      // In order: a row's later binding replaces its earlier one.
+      std::size_t next = 0;
+      for (; upserts_.size() - next >= kUpsertsPerStatement; next += kUpsertsPerStatement) {
+         for (std::size_t i = 0; i < kUpsertsPerStatement; ++i) {
+            bindBinding(upsertMany_, i, upserts_[next + i]);
+         }
+         step(upsertMany_, {});
+      }
+      for (; next < upserts_.size(); ++next) {
+         bindBinding(upsert_, 0, upserts_[next]);
+         step(upsert_, {});
       }
    });
    readyDrops_.clear();
@@ -308,15 +336,16 @@ void StateStore::finish(const std::function<bool(const Binding&)>& inUse) {
    std::vector<Binding> stale;
    std::copy_if(bindings_.begin(), bindings_.end(), std::back_inserter(stale),
                 [&](const Binding& b) { return !inUse(b); });
-   if (stale.empty()) {
-      return;
+   if (!stale.empty()) {
+      transaction([&] {
+         dropBinding_ = prepare("DELETE FROM bindings WHERE decap_row = ?1 AND key = ?2");
+         for (const Binding& b : stale) {
+            step(dropBinding_, {b.row, stored(b.key)});
+         }
+      });
    }
-   transaction([&] {
-      dropBinding_ = prepare("DELETE FROM bindings WHERE decap_row = ?1 AND key = ?2");
-      for (const Binding& b : stale) {
-         step(dropBinding_, {b.row, stored(b.key)});
-      }
-   });
+   // Here rather than when the store closes, where nobody would see its time.
+   exec("PRAGMA wal_checkpoint(TRUNCATE)");
 }
 
 void StateStore::exec(const char* sql) {

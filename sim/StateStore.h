@@ -96,6 +96,7 @@ class StateStore final : public RowJournal {
    void exec(const char* sql);
    void transaction(const std::function<void()>& body);
    sqlite3_stmt* prepare(const char* sql);
+   // Binds `values` (when given) to the first parameters, runs the statement and resets it.
    void step(sqlite3_stmt* statement, std::initializer_list<std::int64_t> values);
    [[noreturn]] void fail(const std::string& what) const;
    [[noreturn]] void damaged(const std::string& problem) const;
@@ -104,6 +105,7 @@ class StateStore final : public RowJournal {
    bool readOnly_;
    sqlite3* db_ = nullptr;
    sqlite3_stmt* upsert_ = nullptr;
+   sqlite3_stmt* upsertMany_ = nullptr;
    sqlite3_stmt* dropRow_ = nullptr;
    sqlite3_stmt* dropBinding_ = nullptr;
    bool unfinished_ = false;  // no schema: its making was cut short
