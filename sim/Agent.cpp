@@ -108,6 +108,27 @@ void checkLock(const ChipLock& lock, const RunOptions& options) {
    }
 }
 
+// However a life ends, even by an exception, it ends as a process does: the chip keeps every row
+// (the table's clean-up with its Util would delete them).
+class EndOfLife {
+  public:
+   explicit EndOfLife(Fwk::Ptr<IngL3IifTable>& table) : table_(table) {}
+   ~EndOfLife() { now(); }
+   EndOfLife(const EndOfLife&) = delete;
+   EndOfLife& operator=(const EndOfLife&) = delete;
+
+   void now() {
+      if (table_) {
+         table_->utilIs(nullptr);
+         table_->cleanup();
+         table_ = nullptr;
+      }
+   }
+
+  private:
+   Fwk::Ptr<IngL3IifTable>& table_;
+};
+
 // After a failed commit of the state store the chip takes no more writes: the run stops.
 void checkChip(const SimChip& chip) {
    if (chip.failure()) {
@@ -198,6 +219,7 @@ RunReport runAgent(const Config& config, const RunOptions& options, const ChipLo
       profiles.readBack();
    }
    auto table = TalvikL3Decap::ingL3IifTableFactory();
+   EndOfLife end(table);
    table->setUp(Fwk::make<Asic::HwTable>("IngL3IifDecap", rows), simChipProfile(), rows);
    auto* completions =
        dynamic_cast<WriteCompletions*>(const_cast<IngL3IifTable::Util*>(table->util()));
@@ -273,10 +295,7 @@ RunReport runAgent(const Config& config, const RunOptions& options, const ChipLo
    report.keyIndices = std::move(reported);
    report.storeSeconds = store ? store->seconds() : 0;
 
-   // The agent ends as a process does: the chip keeps every row.
-   table->utilIs(nullptr);
-   table->cleanup();
-   table = nullptr;
+   end.now();
    report.seconds =
        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
    return report;

@@ -88,11 +88,12 @@ ChipLock::ChipLock(std::string chipFile, Mode mode) : chipFile_(std::move(chipFi
       if (pid == 0) {
          throw std::runtime_error(path + ": cannot lock the chip: " + std::strerror(error));
       }
-      const std::string who = "process " + std::to_string(pid) + processName(pid);
-      throw ChipInUse(exclusive() ? chipFile_ + " is in use by " + who + ", which holds " + path +
-                                        " (one agent per chip); nothing was done"
-                                  : chipFile_ + " is being changed by " + who + ", which holds " +
-                                        path + "; try again when that run has ended");
+      std::string message = chipFile_;
+      message += exclusive() ? " is in use by process " : " is being changed by process ";
+      message += std::to_string(pid) + processName(pid) + ", which holds " + path;
+      message += exclusive() ? " (one agent per chip); nothing was done"
+                             : "; try again when that run has ended";
+      throw ChipInUse(message);
    }
 }
 

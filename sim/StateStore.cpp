@@ -120,13 +120,16 @@ std::unique_ptr<StateStore> StateStore::create(const std::string& path, const Ch
    }
    std::unique_ptr<StateStore> store(new StateStore(path, false));
    const Timed timed(store->seconds_);
-   store->connect(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+   // Made without waiting for the disk: a kill cannot harm it (nor any store), and the power cut
+   // that could, in the moment a new chip gets its store, would leave a store to remove.
+   store->connect(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, "OFF");
    store->unfinished_ = true;
    store->chipIs(chip);
+   store->exec("PRAGMA synchronous = NORMAL");
    return store;
 }
 
-void StateStore::connect(int flags) {
+void StateStore::connect(int flags, const char* synchronous) {
    if (sqlite3_open_v2(path_.c_str(), &db_, flags | SQLITE_OPEN_NOFOLLOW, nullptr) != SQLITE_OK) {
       fail("cannot open the state store");
    }
@@ -145,7 +148,7 @@ void StateStore::connect(int flags) {
                             ": the state store cannot be written (check its permissions and "
                             "its directory's)");
    }
-   exec("PRAGMA synchronous = NORMAL");
+   exec((std::string("PRAGMA synchronous = ") + synchronous).c_str());
    sqlite3_stmt* mode = prepare("PRAGMA journal_mode = WAL");
    const bool wal = sqlite3_step(mode) == SQLITE_ROW &&
                     std::strcmp(reinterpret_cast<const char*>(sqlite3_column_text(mode, 0)), "wal") == 0;

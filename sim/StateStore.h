@@ -89,7 +89,7 @@ class StateStore final : public RowJournal {
 
   private:
    StateStore(std::string path, bool readOnly);
-   void connect(int flags);
+   void connect(int flags, const char* synchronous = "NORMAL");
    void load();
    void loadChip();
    void loadBindings();

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "Program.h"
+#include "support/ScratchDir.h"
 
 namespace {
 
@@ -51,15 +52,6 @@ std::size_t occurrences(const std::string& text, const std::string& what) {
 
 class AgentProgramTest : public ::testing::Test {
  protected:
-   void SetUp() override {
-      dir = std::filesystem::temp_directory_path() /
-            ("l3decap-cli-" + std::to_string(::getpid()) + "-" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-      std::filesystem::remove_all(dir);
-      std::filesystem::create_directories(dir);
-   }
-   void TearDown() override { std::filesystem::remove_all(dir); }
-
    CliTest::Outcome l3decap(const std::vector<std::string>& args,
                             const std::vector<std::string>& environment = {}) const {
       return CliTest::runProgram(dir, args, environment);
@@ -91,7 +83,8 @@ class AgentProgramTest : public ::testing::Test {
    std::string chipBytes() const { return readFile(dir / "chip.state"); }
    std::string storeBytes() const { return readFile(dir / "chip.state.db"); }
 
-   std::filesystem::path dir;
+   const ::Test::ScratchDir scratch{"l3decap-cli"};
+   std::filesystem::path dir = scratch.path();
 };
 
 std::set<std::uint32_t> changedRows(const json& report, const std::string& fate) {

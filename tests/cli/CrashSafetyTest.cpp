@@ -22,6 +22,7 @@
 #include "sim/ChipLock.h"
 #include "sim/ChipState.h"
 #include "sim/StateStore.h"
+#include "support/ScratchDir.h"
 
 namespace {
 
@@ -133,15 +134,6 @@ std::uint64_t environmentNumber(const char* name, std::uint64_t otherwise) {
 // Public: the kill loop below drives the agent through it.
 class CrashSafetyTest : public ::testing::Test {
   public:
-   void SetUp() override {
-      dir = std::filesystem::temp_directory_path() /
-            ("l3decap-crash-" + std::to_string(::getpid()) + "-" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-      std::filesystem::remove_all(dir);
-      std::filesystem::create_directories(dir);
-   }
-   void TearDown() override { std::filesystem::remove_all(dir); }
-
    std::vector<std::string> runArgs(std::vector<std::string> extra = {}) const {
       std::vector<std::string> args{"run", "--config", "l3decap.conf", "--chip", kChip,
                                     "--rows", "4096", "--json"};
@@ -159,7 +151,8 @@ class CrashSafetyTest : public ::testing::Test {
    }
    std::string bytes(const char* name) const { return readFile(dir / name); }
 
-   std::filesystem::path dir;
+   const ::Test::ScratchDir scratch{"l3decap-crash"};
+   std::filesystem::path dir = scratch.path();
 };
 
 Tunnels someTunnels(std::size_t count) {

@@ -8,6 +8,7 @@
 
 #include "sim/Agent.h"
 #include "sim/StateStore.h"
+#include "support/ScratchDir.h"
 
 namespace {
 
@@ -18,15 +19,9 @@ using Sim::TunnelConfig;
 class AgentRestartTest : public ::testing::Test {
   protected:
    void SetUp() override {
-      dir = std::filesystem::temp_directory_path() /
-            ("l3decap-agent-" + std::to_string(::getpid()) + "-" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-      std::filesystem::remove_all(dir);
-      std::filesystem::create_directories(dir);
-      options.chipFile = (dir / "chip.state").string();
+      options.chipFile = (scratch.path() / "chip.state").string();
       options.rows = 256;
    }
-   void TearDown() override { std::filesystem::remove_all(dir); }
 
    static Config config(std::size_t tunnels, std::uint32_t vrfBase = 100) {
       Config c;
@@ -46,7 +41,7 @@ class AgentRestartTest : public ::testing::Test {
       return static_cast<std::size_t>(std::count(r.rows.begin(), r.rows.end(), fate));
    }
 
-   std::filesystem::path dir;
+   const ::Test::ScratchDir scratch{"l3decap-agent"};
    Sim::RunOptions options;
 };
 

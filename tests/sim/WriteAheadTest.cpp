@@ -10,6 +10,7 @@
 
 #include "sim/SimChip.h"
 #include "sim/StateStore.h"
+#include "support/ScratchDir.h"
 
 namespace {
 
@@ -73,16 +74,7 @@ class CheckedJournal : public Sim::RowJournal {
 
 class WriteAheadTest : public ::testing::TestWithParam<std::uint64_t> {
   protected:
-   void SetUp() override {
-      dir = std::filesystem::temp_directory_path() /
-            ("l3decap-writeahead-" + std::to_string(::getpid()) + "-" +
-             std::to_string(GetParam()));
-      std::filesystem::remove_all(dir);
-      std::filesystem::create_directories(dir);
-   }
-   void TearDown() override { std::filesystem::remove_all(dir); }
-
-   std::filesystem::path dir;
+   const ::Test::ScratchDir scratch{"l3decap-writeahead"};
 };
 
 TEST_P(WriteAheadTest, EveryRowOnTheChipOrQueuedForItHasItsKeysDurableBinding) {
@@ -91,7 +83,7 @@ TEST_P(WriteAheadTest, EveryRowOnTheChipOrQueuedForItHasItsKeysDurableBinding) {
       return std::uniform_int_distribution<std::uint64_t>(0, n - 1)(rng);
    };
    Sim::SimChip chip(Sim::ChipState::inMemory(kRows));
-   const auto store = Sim::StateStore::create((dir / "chip.db").string(), chip.state());
+   const auto store = Sim::StateStore::create((scratch.path() / "chip.db").string(), chip.state());
    CheckedJournal journal(*store, chip.state());
    chip.journalIs(&journal, 1 + pick(8));
 
