@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <set>
 #include <stdexcept>
@@ -204,12 +205,12 @@ RunReport runAgent(const Config& config, const RunOptions& options, const ChipLo
    ChipAndStore opened = openChipAndStore(options);
    const std::unique_ptr<StateStore> store = std::move(opened.store);
    report.restart = opened.restart;
-   report.storeMade = opened.storeMade;
    SimChip chip(std::move(opened.chip));
    chip.ackPolicyIs(options.ackPolicy);
    chip.journalIs(options.dryRun ? nullptr : store.get(), options.writesPerCommit);
    const std::uint32_t rows = chip.state().decapRows();
    const std::vector<bool> before = valuedRows(chip.state());
+   report.unboundRows = opened.storeMade && std::find(before.begin(), before.end(), true) != before.end();
    if (options.recordChip) {
       report.chipBefore = std::make_shared<const ChipState>(ChipState::copyOf(chip.state()));
    }
@@ -288,8 +289,10 @@ RunReport runAgent(const Config& config, const RunOptions& options, const ChipLo
    }
    if (!options.dryRun) {
       chip.state().sync();
+      // A binding of a row valued at the start is in use, or went when the purge deleted it.
       store->finish([&](const Binding& b) {
-         return table->hwIndexOnlyForCrossAgentCommunication(L3TunnelIntfKey(b.key)) == b.row;
+         return before[b.row] ||
+                table->hwIndexOnlyForCrossAgentCommunication(L3TunnelIntfKey(b.key)) == b.row;
       });
    }
    report.keyIndices = std::move(reported);

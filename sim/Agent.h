@@ -56,7 +56,7 @@ struct RunReport {
    std::size_t indicesInUse = 0;
    std::size_t keysBound = 0;       // bindings taken from the state store
    std::size_t handlesNotInHardware = 0;  // committed entries that did not reach hardware
-   bool storeMade = false;          // a restart found no state store and made one
+   bool unboundRows = false;        // the chip held rows but had no state store: none was bound
    double seconds = 0;
    double storeSeconds = 0;         // of which in the state store
    std::vector<RowFate> rows;       // per decap row

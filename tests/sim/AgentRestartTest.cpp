@@ -87,7 +87,7 @@ TEST_F(AgentRestartTest, WithoutTheStateStoreRowsAreRewrittenButNoLiveRowIsLost)
    run(config(50));
    std::filesystem::remove(Sim::StateStore::pathFor(options.chipFile));
    const auto warm = run(config(50));
-   EXPECT_TRUE(warm.storeMade);
+   EXPECT_TRUE(warm.unboundRows);
    EXPECT_EQ(warm.keysBound, 0U);
    EXPECT_EQ(warm.handlesNotInHardware, 0U);
    EXPECT_EQ(warm.indicesInUse, 50U);

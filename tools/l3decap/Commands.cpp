@@ -118,10 +118,10 @@ KeyIndices storedKeys(const Sim::ChipState& chip) {
 // Reports entries a run could not place in hardware (the chip is too small for the
 // configuration), and a restart that had no state store to bind keys to their rows.
 int runOutcome(const RunReport& report) {
-   if (report.storeMade) {
-      std::cerr << "l3decap: warning: the chip had no state store (a new one was made): no key "
-                   "could be bound to its row, so rows were matched by content only "
-                   "(docs/RELIABILITY.md)\n";
+   if (report.unboundRows) {
+      std::cerr << "l3decap: warning: the chip held rows but had no state store (a new one was "
+                   "made): no key could be bound to its row, so every tunnel was written to a new "
+                   "row and the old rows purged (docs/RELIABILITY.md)\n";
    }
    if (report.handlesNotInHardware == 0) {
       return kExitOk;
