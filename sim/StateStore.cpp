@@ -256,6 +256,9 @@ void StateStore::checkFreeForNewChip(const std::string& chipFile) const {
 }
 
 void StateStore::chipIs(const ChipState& chip) {
+   if (!unfinished_ && chipId_ == chip.id() && decapRows_ == chip.decapRows()) {
+      return;
+   }
    const Timed timed(seconds_);
    transaction([&] {
       if (unfinished_) {

@@ -71,7 +71,7 @@ class StateStore final : public RowJournal {
    // Throws StateStoreError unless the store may be given to a new chip: its own chip's file
    // (`chipFile`) is gone, and it holds no binding that could still matter.
    void checkFreeForNewChip(const std::string& chipFile) const;
-   // Gives the store to `chip` (making its schema if needed).
+   // Gives the store to `chip` (making its schema if needed); nothing to do when it is its.
    void chipIs(const ChipState& chip);
 
    bool mustWaitForQueue(std::uint32_t index, std::uint64_t key) const override;
