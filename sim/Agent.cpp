@@ -64,11 +64,6 @@ struct ChipAndStore {
    bool storeMade = false;
 };
 
-ChipState openChip(const RunOptions& options) {
-   return options.dryRun ? ChipState::copyOf(ChipState::open(options.chipFile, false))
-                         : ChipState::open(options.chipFile);
-}
-
 // Both files are checked, and whether they belong together, before either is changed: a store
 // that cannot be read or written, or is damaged, or is another chip's, stops the run here.
 ChipAndStore openChipAndStore(const RunOptions& options) {
@@ -79,9 +74,12 @@ ChipAndStore openChipAndStore(const RunOptions& options) {
    try {
       store = StateStore::open(storePath, options.dryRun);
       if (restart) {
-         existing = openChip(options);
+         existing = ChipState::open(options.chipFile, !options.dryRun);
          if (store) {
             store->checkBelongsTo(*existing);
+         }
+         if (options.dryRun) {
+            existing = ChipState::copyOf(*existing);
          }
       } else if (store) {
          store->checkFreeForNewChip(options.chipFile);

@@ -119,12 +119,14 @@ std::unique_ptr<StateStore> StateStore::create(const std::string& path, const Ch
       ::unlink((path + companion).c_str());
    }
    std::unique_ptr<StateStore> store(new StateStore(path, false));
-   const Timed timed(store->seconds_);
-   // Made without waiting for the disk: a kill cannot harm it (nor any store), and the power cut
-   // that could, in the moment a new chip gets its store, would leave a store to remove.
-   store->connect(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, "OFF");
+   {
+      const Timed timed(store->seconds_);
+      // Made without waiting for the disk: a kill cannot harm it (nor any store), and the power
+      // cut that could, in the moment a new chip gets its store, would leave a store to remove.
+      store->connect(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, "OFF");
+   }
    store->unfinished_ = true;
-   store->chipIs(chip);
+   store->chipIs(chip);  // timed itself
    store->exec("PRAGMA synchronous = NORMAL");
    return store;
 }
