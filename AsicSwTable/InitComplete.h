@@ -28,17 +28,17 @@ void SwTable::Accessor<Table, Key>::doInitComplete() {
          const Index index = reconcileUsingIndexHelper(key, false);
          if (index != kInvalidIndex) {
             handle->hwIndexIs(index);
-            programUndecided(key, *handle, SwTableBase::indexReconciled);
+            programValueInForce(key, *handle, SwTableBase::indexReconciled);
             swTable_->updateStatistic(reconciledMismatch);
          }
       } else {
          handle->hwIndexIs(hwIndex);
          if (swTable_->syncedEntryHas(hwIndex)) {
-            programUndecided(key, *handle, SwTableBase::indexReconciled);
+            programValueInForce(key, *handle, SwTableBase::indexReconciled);
             swTable_->updateStatistic(reconciledMismatch);
          } else {
             swTable_->priorResolvedEntryIs(absent);
-            programUndecided(key, *handle, SwTableBase::inProgress);
+            programValueInForce(key, *handle, SwTableBase::inProgress);
             swTable_->updateStatistic(noSyncedEntry);
          }
          readBackRowClaimed(hwIndex);
@@ -51,7 +51,7 @@ void SwTable::Accessor<Table, Key>::doInitComplete() {
          continue;
       }
       swTable_->priorResolvedEntryIs(absent);
-      programUndecided(key, *handle, SwTableBase::inProgress);
+      programValueInForce(key, *handle, SwTableBase::inProgress);
       swTable_->updateStatistic(noSyncedEntry);
    }
    if (swTable_->hwTable() != nullptr) {
@@ -75,11 +75,11 @@ bool SwTable::Accessor<Table, Key>::undecidedAtInitComplete(const Key& key,
    return resolved != nullptr && resolved->has_value();
 }
 
-// Programs an undecided key. A key whose newer value waits keeps the entry state of that value:
-// the write is the value in force, as when a value is committed while the previous one is written.
+// Programs the key's value in force. A key whose newer value waits keeps that value's entry state,
+// as when a value is committed while the previous one is being written.
 template <class Table, class Key>
-void SwTable::Accessor<Table, Key>::programUndecided(const Key& key, EntryHandle& handle,
-                                                     SwTableBase::EntryState entryState) {
+void SwTable::Accessor<Table, Key>::programValueInForce(const Key& key, EntryHandle& handle,
+                                                        SwTableBase::EntryState entryState) {
    const bool newerWaits = swTable_->unresolvedEntry(key) != nullptr;
    const SwTableBase::EntryState waitingState = handle.entryState();
    programHwEntry(key, entryState);
@@ -117,24 +117,25 @@ void SwTable::Accessor<Table, Key>::releaseUnclaimedBindings() {
 
 // Read-back rows are held back from the allocator until the purge, so entries programmed as new
 // during the restart may have found no index in a nearly full table. The purge has given those
-// indices back: such entries get their chance now instead of staying without a row.
+// indices back: such entries get their chance now instead of staying without a row, also a value
+// in force whose newer value waits for its profile.
 template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::programExhaustedEntries() {
-   std::vector<Key> exhausted;
+   std::vector<Fwk::Ptr<EntryHandle>> exhausted;
    for (const auto& handle : swTable_->entryHandleMap()) {
       if (handle->resolvedEntryState() != SwTableBase::hwIndexExhausted) {
          continue;  // the common case, without a lookup
       }
-      const Key key = handle->key();
-      const OptionalEntry* resolved = swTable_->resolvedEntry(key);
-      if (resolved && resolved->has_value() && !swTable_->unresolvedEntry(key)) {
-         exhausted.push_back(key);
+      const OptionalEntry* resolved = swTable_->resolvedEntry(handle->key());
+      if (resolved && resolved->has_value()) {
+         exhausted.push_back(handle);
       }
    }
-   for (const Key& key : exhausted) {
+   for (const auto& handle : exhausted) {
+      const Key key = handle->key();
       SW_TRACE(8, "purgeStaleEntries", ": Programming key:" << key << " that found no index");
       swTable_->priorResolvedEntryIs(absent);
-      programHwEntry(key, SwTableBase::inProgress);
+      programValueInForce(key, *handle, SwTableBase::inProgress);
    }
 }
 

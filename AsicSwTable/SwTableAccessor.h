@@ -147,7 +147,8 @@ class SwTable::Accessor {
    void releaseUnclaimedBindings();
    void programExhaustedEntries();
    bool undecidedAtInitComplete(const Key& key, const EntryHandle& handle) const;
-   void programUndecided(const Key& key, EntryHandle& handle, SwTableBase::EntryState entryState);
+   void programValueInForce(const Key& key, EntryHandle& handle,
+                            SwTableBase::EntryState entryState);
    // A restart runs from the read-back until the purge: read-back rows may still wait for the
    // key that claims them.
    bool restartInProgress() const noexcept;

@@ -2,11 +2,9 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -17,6 +15,7 @@
 #include "TalvikL3Unicast/L3NextHopAttributes.h"
 #include "Vosk/StateDb.h"
 #include "sim/ProfileTable.h"
+#include "sim/StateStore.h"
 
 namespace Sim {
 
@@ -35,71 +34,13 @@ const char* rowFateName(RowFate fate) noexcept {
    return "free";
 }
 
-// ===== the key store =====
-
-std::optional<std::map<std::uint64_t, std::uint32_t>> KeyIndexStore::read(const std::string& path,
-                                                                          std::uint32_t rows) {
-   std::ifstream in(path);
-   if (!in) {
-      return std::nullopt;
-   }
-   std::map<std::uint64_t, std::uint32_t> keys;
-   std::set<std::uint32_t> indices;
-   std::string line;
-   for (std::size_t number = 1; std::getline(in, line); ++number) {
-      const auto fail = [&](const std::string& why) {
-         // NOLINTNEXTLINE(performance-inefficient-string-concatenation): once, on the error path
-         throw std::runtime_error(path + ":" + std::to_string(number) + ": " + why);
-      };
-      if (line.empty() || line.front() == '#') {
-         continue;
-      }
-      std::istringstream fields(line);
-      std::uint64_t key = 0;
-      std::int64_t index = -1;
-      std::string rest;
-      if (!(fields >> key >> index) || (fields >> rest)) {
-         fail("expected '<key> <index>', found '" + line + "'");
-      }
-      if (index < 0 || index >= static_cast<std::int64_t>(rows)) {
-         fail("index " + std::to_string(index) + " is outside the table (0 to " +
-              std::to_string(rows - 1) + ")");
-      }
-      if (!keys.emplace(key, static_cast<std::uint32_t>(index)).second) {
-         fail("key " + std::to_string(key) + " appears twice");
-      }
-      if (!indices.insert(static_cast<std::uint32_t>(index)).second) {
-         fail("index " + std::to_string(index) + " is given to two keys");
-      }
-   }
-   return keys;
-}
-
-void KeyIndexStore::write(const std::string& path,
-                          const std::map<std::uint64_t, std::uint32_t>& keys) {
-   const std::string temporary = path + ".tmp";
-   {
-      std::ofstream out(temporary, std::ios::trunc);
-      out << "# key index: the decap row each tunnel key used, for the next agent instance\n";
-      for (const auto& [key, index] : keys) {
-         out << key << ' ' << index << '\n';
-      }
-      if (!out.flush()) {
-         throw std::runtime_error(temporary + ": cannot write the agent's key store");
-      }
-   }
-   if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-      throw std::runtime_error(path + ": cannot replace the agent's key store");
-   }
-}
-
 // ===== one agent life =====
 
 namespace {
 
-bool fileExists(const std::string& path) {
+bool pathExists(const std::string& path) {
    struct stat st {};
-   return ::stat(path.c_str(), &st) == 0;
+   return ::lstat(path.c_str(), &st) == 0;
 }
 
 void validate(const Config& config) {
@@ -116,13 +57,84 @@ void validate(const Config& config) {
    }
 }
 
-ChipState openChip(const RunOptions& options, bool& restart) {
-   restart = fileExists(options.chipFile);
-   if (options.dryRun) {
-      return restart ? ChipState::copyOf(ChipState::open(options.chipFile, false))
-                     : ChipState::inMemory(options.rows);
+struct ChipAndStore {
+   ChipState chip;
+   std::unique_ptr<StateStore> store;  // null in a dry run without a store
+   bool restart = false;
+   bool storeMade = false;
+};
+
+// Both files are checked, and whether they belong together, before either is changed: a store
+// that cannot be read or written, or is damaged, or is another chip's, stops the run here.
+ChipAndStore openChipAndStore(const RunOptions& options) {
+   const std::string storePath = StateStore::pathFor(options.chipFile);
+   const bool restart = pathExists(options.chipFile);
+   std::unique_ptr<StateStore> store;
+   std::optional<ChipState> existing;
+   try {
+      store = StateStore::open(storePath, options.dryRun);
+      if (restart) {
+         existing = ChipState::open(options.chipFile, !options.dryRun);
+         if (store) {
+            store->checkBelongsTo(*existing);
+         }
+         if (options.dryRun) {
+            existing = ChipState::copyOf(*existing);
+         }
+      } else if (store) {
+         store->checkFreeForNewChip(options.chipFile);
+      }
+   } catch (const StateStoreError& e) {
+      throw StateStoreError(std::string(e.what()) + "; both files are left as they are");
    }
-   return restart ? ChipState::open(options.chipFile) : ChipState::create(options.chipFile, options.rows);
+   ChipState chip = restart         ? std::move(*existing)
+                    : options.dryRun ? ChipState::inMemory(options.rows)
+                                     : ChipState::create(options.chipFile, options.rows);
+   bool storeMade = false;
+   if (!options.dryRun && store) {
+      store->chipIs(chip);
+   } else if (!options.dryRun) {
+      store = StateStore::create(storePath, chip);
+      storeMade = restart;
+   }
+   return ChipAndStore{std::move(chip), std::move(store), restart, storeMade};
+}
+
+// A run changes its chip only under the chip's exclusive lock.
+void checkLock(const ChipLock& lock, const RunOptions& options) {
+   if (lock.chipFile() != options.chipFile || (!lock.exclusive() && !options.dryRun)) {
+      throw std::logic_error(options.chipFile + ": the agent runs without the chip's lock");
+   }
+}
+
+// However a life ends, even by an exception, it ends as a process does: the chip keeps every row
+// (the table's clean-up with its Util would delete them).
+class EndOfLife {
+  public:
+   explicit EndOfLife(Fwk::Ptr<IngL3IifTable>& table) : table_(table) {}
+   ~EndOfLife() { now(); }
+   EndOfLife(const EndOfLife&) = delete;
+   EndOfLife& operator=(const EndOfLife&) = delete;
+
+   void now() {
+      if (table_) {
+         table_->utilIs(nullptr);
+         table_->cleanup();
+         table_ = nullptr;
+      }
+   }
+
+  private:
+   Fwk::Ptr<IngL3IifTable>& table_;
+};
+
+// After a failed commit of the state store the chip takes no more writes: the run stops.
+void checkChip(const SimChip& chip) {
+   if (chip.failure()) {
+      throw std::runtime_error(*chip.failure() +
+                               "; the chip holds the writes of every earlier commit, from which "
+                               "the next run goes on");
+   }
 }
 
 std::vector<bool> valuedRows(const ChipState& state) {
@@ -178,8 +190,9 @@ void deliverAll(WriteCompletions* decap, ProfileTable& profiles, bool flush) {
 
 }  // namespace
 
-RunReport runAgent(const Config& config, const RunOptions& options) {
+RunReport runAgent(const Config& config, const RunOptions& options, const ChipLock& lock) {
    validate(config);
+   checkLock(lock, options);
    if (Asic::UtilFactories::factory(IngL3IifTable::kTypeName) == nullptr) {
       throw std::runtime_error(
           "no chip plug-in for the simulated chip was loaded (see the plug-in search path in "
@@ -187,14 +200,15 @@ RunReport runAgent(const Config& config, const RunOptions& options) {
    }
    const auto start = std::chrono::steady_clock::now();
    RunReport report;
-   const std::string storePath = KeyIndexStore::pathFor(options.chipFile);
-   SimChip chip(openChip(options, report.restart));
+   ChipAndStore opened = openChipAndStore(options);
+   const std::unique_ptr<StateStore> store = std::move(opened.store);
+   report.restart = opened.restart;
+   SimChip chip(std::move(opened.chip));
    chip.ackPolicyIs(options.ackPolicy);
+   chip.journalIs(options.dryRun ? nullptr : store.get(), options.writesPerCommit);
    const std::uint32_t rows = chip.state().decapRows();
-   const auto bindings = report.restart && options.useKeyStore
-                             ? KeyIndexStore::read(storePath, rows)
-                             : std::nullopt;
    const std::vector<bool> before = valuedRows(chip.state());
+   report.unboundRows = opened.storeMade && std::find(before.begin(), before.end(), true) != before.end();
    if (options.recordChip) {
       report.chipBefore = std::make_shared<const ChipState>(ChipState::copyOf(chip.state()));
    }
@@ -204,14 +218,18 @@ RunReport runAgent(const Config& config, const RunOptions& options) {
       profiles.readBack();
    }
    auto table = TalvikL3Decap::ingL3IifTableFactory();
+   EndOfLife end(table);
    table->setUp(Fwk::make<Asic::HwTable>("IngL3IifDecap", rows), simChipProfile(), rows);
    auto* completions =
        dynamic_cast<WriteCompletions*>(const_cast<IngL3IifTable::Util*>(table->util()));
    if (report.restart) {
       recover(*table);
-      for (const auto& [key, index] : bindings.value_or(std::map<std::uint64_t, std::uint32_t>{})) {
-         table->bindKeyToIndex(L3TunnelIntfKey(key), index);
+      for (const Binding& b : store ? store->bindings() : std::vector<Binding>{}) {
+         table->bindKeyToIndex(L3TunnelIntfKey(b.key), b.row);
          ++report.keysBound;
+         if (options.recordChip) {
+            report.keyIndicesBefore.emplace(b.key, b.row);
+         }
       }
    }
 
@@ -227,6 +245,7 @@ RunReport runAgent(const Config& config, const RunOptions& options) {
          options.progress(i + 1, config.tunnels.size());
       }
       profiles.deliverAcks(SIZE_MAX);
+      checkChip(chip);
    }
    report.entriesCommitted = config.tunnels.size();
 
@@ -237,6 +256,8 @@ RunReport runAgent(const Config& config, const RunOptions& options) {
    table->purgeStaleEntries();
    profiles.purgeStale();
    deliverAll(completions, profiles, true);
+   chip.applyQueued();
+   checkChip(chip);
 
    const auto& stats = table->statistics();
    report.adopted = stats.count(Asic::SwTable::reconciledMatch);
@@ -266,14 +287,16 @@ RunReport runAgent(const Config& config, const RunOptions& options) {
    }
    if (!options.dryRun) {
       chip.state().sync();
-      KeyIndexStore::write(storePath, reported);
+      // A binding of a row valued at the start is in use, or went when the purge deleted it.
+      store->finish([&](const Binding& b) {
+         return before[b.row] ||
+                table->hwIndexOnlyForCrossAgentCommunication(L3TunnelIntfKey(b.key)) == b.row;
+      });
    }
    report.keyIndices = std::move(reported);
+   report.storeSeconds = store ? store->seconds() : 0;
 
-   // The agent ends as a process does: the chip keeps every row.
-   table->utilIs(nullptr);
-   table->cleanup();
-   table = nullptr;
+   end.now();
    report.seconds =
        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
    return report;

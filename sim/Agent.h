@@ -2,9 +2,10 @@
 // of profiles and tunnel interfaces. With a new chip it is a cold start; with a chip that already
 // holds rows it is a hitless restart in the order an agent uses: hardware-table recovery,
 // read-back (syncEntries), binding every key to the index the previous instance reported (kept in
-// the agent's state file beside the chip file), configuration replay with reconciliation, end of
-// initialisation, purge of stale rows. The agent then ends as a process does: the chip keeps its
-// rows.
+// the agent's state store beside the chip file, StateStore.h), configuration replay with
+// reconciliation, end of initialisation, purge of stale rows. The agent then ends as a process
+// does: the chip keeps its rows. A life killed at any moment leaves a chip and a store from which
+// the next life adopts every row whose content is right.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/ChipLock.h"
 #include "sim/ChipState.h"
 #include "sim/SimChip.h"
 
@@ -52,42 +54,38 @@ struct RunReport {
    std::uint64_t profileRowsDeleted = 0;
    std::uint64_t profilesAdopted = 0;
    std::size_t indicesInUse = 0;
-   std::size_t keysBound = 0;       // bindings taken from the state file
+   std::size_t keysBound = 0;       // bindings taken from the state store
    std::size_t handlesNotInHardware = 0;  // committed entries that did not reach hardware
+   bool unboundRows = false;        // the chip held rows but had no state store: none was bound
    double seconds = 0;
+   double storeSeconds = 0;         // of which in the state store
    std::vector<RowFate> rows;       // per decap row
    // The row each configured key uses, as the agent reports it to its next instance.
    std::map<std::uint64_t, std::uint32_t> keyIndices;
    // With RunOptions::recordChip: in-memory copies of the chip's tables as they were before the
-   // run and as the run left them (a dry run's only trace of what it would write).
+   // run and as the run left them (a dry run's only trace of what it would write), and the
+   // bindings the state store held before.
    std::shared_ptr<const ChipState> chipBefore;
    std::shared_ptr<const ChipState> chipAfter;
-};
-
-// The agent's own state store: key to index, as the previous instance reported them.
-struct KeyIndexStore {
-   static std::string pathFor(const std::string& chipFile) { return chipFile + ".keys"; }
-   // Reads a store; nothing when the file does not exist. Throws std::runtime_error naming the
-   // file, the line and the problem for a damaged one.
-   static std::optional<std::map<std::uint64_t, std::uint32_t>> read(const std::string& path,
-                                                                    std::uint32_t rows);
-   // Replaces the store atomically (write a temporary file, then rename).
-   static void write(const std::string& path, const std::map<std::uint64_t, std::uint32_t>& keys);
+   std::map<std::uint64_t, std::uint32_t> keyIndicesBefore;
 };
 
 struct RunOptions {
    std::string chipFile;
    std::uint32_t rows = ChipState::kDefaultDecapRows;  // for a new chip file
    AckPolicy ackPolicy;
-   bool useKeyStore = true;
+   // Chip writes per state-store commit: the store's share of a run stays small while each
+   // commit stays fast (docs/RELIABILITY.md).
+   std::size_t writesPerCommit = 4096;
    bool dryRun = false;  // run on an in-memory copy of the chip; write nothing
-   bool recordChip = false;  // fill RunReport::chipBefore and chipAfter
+   bool recordChip = false;  // fill RunReport::chipBefore, chipAfter and keyIndicesBefore
    // Called now and then with (done, total) while the configuration is replayed.
    std::function<void(std::size_t, std::size_t)> progress;
 };
 
-// Runs one agent life. Throws ChipStateError or std::runtime_error (with the file and the
-// problem) before anything is written when the chip file or the state file cannot be used.
-RunReport runAgent(const Config& config, const RunOptions& options);
+// Runs one agent life under the chip's lock (exclusive; shared is enough for a dry run). Throws
+// ChipStateError or StateStoreError (with the file and the problem) before anything is written
+// when the chip file or the state store cannot be used, or do not belong together.
+RunReport runAgent(const Config& config, const RunOptions& options, const ChipLock& lock);
 
 }  // namespace Sim

@@ -6,8 +6,11 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <random>
 #include <utility>
 
 namespace Sim {
@@ -21,7 +24,8 @@ constexpr std::size_t kHeaderCheckOffset = 60;
 
 // Header field offsets.
 constexpr std::size_t kVersionAt = 8, kHeaderSizeAt = 12, kDecapRowsAt = 16, kProfileRowsAt = 20,
-                      kRowSizeAt = 24, kWritesAt = 32;
+                      kRowSizeAt = 24, kIdAt = 32;
+constexpr std::size_t kIdSize = 16;
 
 template <class T>
 T load(const std::uint8_t* p) {
@@ -74,13 +78,17 @@ std::size_t imageSize(std::uint32_t decapRows) {
    return kHeaderSize + (std::size_t{decapRows} + ChipState::kProfileRows) * kRowSize;
 }
 
-void sealHeader(std::uint8_t* base) {
-   store<std::uint32_t>(base + kHeaderCheckOffset, crc32(base, kHeaderCheckOffset));
+void randomId(std::uint8_t* id) {
+   std::random_device source;
+   for (std::size_t i = 0; i < kIdSize; i += 4) {
+      store<std::uint32_t>(id + i, source());
+   }
 }
 
 void initialise(std::uint8_t* base, std::uint32_t decapRows) {
    std::memset(base, 0, imageSize(decapRows));
    std::memcpy(base, kMagic, sizeof kMagic);
+   randomId(base + kIdAt);
    store<std::uint32_t>(base + kVersionAt, ChipState::kFormatVersion);
    store<std::uint32_t>(base + kHeaderSizeAt, kHeaderSize);
    store<std::uint32_t>(base + kDecapRowsAt, decapRows);
@@ -93,10 +101,36 @@ void initialise(std::uint8_t* base, std::uint32_t decapRows) {
          row[3] = rowCheck(row, table, i);
       }
    }
-   sealHeader(base);
+   store<std::uint32_t>(base + kHeaderCheckOffset, crc32(base, kHeaderCheckOffset));
 }
 
 std::string errnoText() { return std::strerror(errno); }
+
+void checkRowCount(const std::string& what, std::uint32_t decapRows) {
+   if (decapRows == 0 || decapRows > ChipState::kMaxDecapRows) {
+      throw ChipStateError(what + ": a decap table of " + std::to_string(decapRows) +
+                           " rows is not supported (1 to " +
+                           std::to_string(ChipState::kMaxDecapRows) + ")");
+   }
+}
+
+// Like rename(), but fails when `to` exists.
+int renameNoReplace(const std::string& from, const std::string& to) {
+   const int renamed =
+       ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+   if (renamed == 0 || (errno != EINVAL && errno != ENOSYS)) {
+      return renamed;
+   }
+   // A file system without the flag: the chip's lock keeps other agents from making the file.
+   return ::rename(from.c_str(), to.c_str());
+}
+
+// The file's first `size` bytes, shared with the file; null on failure (errno says why).
+std::uint8_t* map(int fd, std::size_t size, bool writable) {
+   void* base = ::mmap(nullptr, size, writable ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED,
+                       fd, 0);
+   return base == MAP_FAILED ? nullptr : static_cast<std::uint8_t*>(base);
+}
 
 }  // namespace
 
@@ -138,34 +172,45 @@ std::optional<std::string> ChipState::check(const void* image, std::size_t size)
 }
 
 ChipState ChipState::create(const std::string& path, std::uint32_t decapRows) {
-   if (decapRows == 0 || decapRows > kMaxDecapRows) {
-      throw ChipStateError(path + ": a decap table of " + std::to_string(decapRows) +
-                           " rows is not supported (1 to " + std::to_string(kMaxDecapRows) + ")");
+   checkRowCount(path, decapRows);
+   const std::string aside = path + ".new";
+   // A kill while an earlier agent made the file leaves this name behind. Unlinking removes a
+   // link planted there, never what it points at.
+   if (::unlink(aside.c_str()) != 0 && errno != ENOENT) {
+      throw ChipStateError(aside + ": cannot remove: " + errnoText());
    }
-   const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+   const int fd = ::open(aside.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
    if (fd < 0) {
-      throw ChipStateError(path + ": cannot create chip-state file: " + errnoText());
+      throw ChipStateError(aside + ": cannot create chip-state file: " + errnoText());
    }
+   const auto fail = [&](const std::string& what) {
+      const std::string why = errnoText();
+      ::close(fd);
+      ::unlink(aside.c_str());
+      throw ChipStateError(path + ": cannot " + what + ": " + why);
+   };
    const std::size_t size = imageSize(decapRows);
    if (::ftruncate(fd, static_cast<off_t>(size)) != 0) {
-      const std::string why = errnoText();
-      ::close(fd);
-      ::unlink(path.c_str());
-      throw ChipStateError(path + ": cannot size chip-state file: " + why);
+      fail("size chip-state file");
    }
-   void* base = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-   if (base == MAP_FAILED) {
-      const std::string why = errnoText();
-      ::close(fd);
-      ::unlink(path.c_str());
-      throw ChipStateError(path + ": cannot map chip-state file: " + why);
+   std::uint8_t* base = map(fd, size, true);
+   if (base == nullptr) {
+      fail("map chip-state file");
    }
-   initialise(static_cast<std::uint8_t*>(base), decapRows);
-   return ChipState(path, static_cast<std::uint8_t*>(base), size, fd, true);
+   initialise(base, decapRows);
+   // On disk before its name is: a power cut must not leave an empty file under that name.
+   if (::fsync(fd) != 0 || renameNoReplace(aside, path) != 0) {
+      ::munmap(base, size);
+      fail("put the new chip-state file in place");
+   }
+   return ChipState(path, base, size, fd, true);
 }
 
 ChipState ChipState::open(const std::string& path, bool writable) {
-   const int fd = ::open(path.c_str(), (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC);
+   const int fd = ::open(path.c_str(), (writable ? O_RDWR : O_RDONLY) | O_NOFOLLOW | O_CLOEXEC);
+   if (fd < 0 && errno == ELOOP) {
+      throw ChipStateError(path + ": is a symbolic link; refused (the agent follows no links)");
+   }
    if (fd < 0) {
       throw ChipStateError(path + ": cannot open chip-state file: " + errnoText());
    }
@@ -180,9 +225,8 @@ ChipState ChipState::open(const std::string& path, bool writable) {
       throw ChipStateError(path + ": not a chip-state file (" + std::to_string(size) +
                            " bytes, too short for a header)");
    }
-   void* base = ::mmap(nullptr, size, writable ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED,
-                       fd, 0);
-   if (base == MAP_FAILED) {
+   std::uint8_t* base = map(fd, size, writable);
+   if (base == nullptr) {
       const std::string why = errnoText();
       ::close(fd);
       throw ChipStateError(path + ": cannot map chip-state file: " + why);
@@ -192,14 +236,11 @@ ChipState ChipState::open(const std::string& path, bool writable) {
       ::close(fd);
       throw ChipStateError(path + ": " + *problem + "; the file is left as it is");
    }
-   return ChipState(path, static_cast<std::uint8_t*>(base), size, fd, writable);
+   return ChipState(path, base, size, fd, writable);
 }
 
 ChipState ChipState::inMemory(std::uint32_t decapRows) {
-   if (decapRows == 0 || decapRows > kMaxDecapRows) {
-      throw ChipStateError("in-memory chip: a decap table of " + std::to_string(decapRows) +
-                           " rows is not supported");
-   }
+   checkRowCount("in-memory chip", decapRows);
    const std::size_t size = imageSize(decapRows);
    auto* base = static_cast<std::uint8_t*>(::operator new(size));
    initialise(base, decapRows);
@@ -254,8 +295,14 @@ std::uint32_t ChipState::decapRows() const noexcept {
    return load<std::uint32_t>(base_ + kDecapRowsAt);
 }
 
-std::uint64_t ChipState::rowWrites() const noexcept {
-   return load<std::uint64_t>(base_ + kWritesAt);
+std::string ChipState::id() const {
+   std::string text;
+   for (std::size_t i = 0; i < kIdSize; ++i) {
+      char digits[3];
+      std::snprintf(digits, sizeof digits, "%02x", base_[kIdAt + i]);
+      text += digits;
+   }
+   return text;
 }
 
 std::uint8_t* ChipState::rowAddress(std::uint32_t table, std::uint32_t index) const {
@@ -269,9 +316,16 @@ std::uint8_t* ChipState::rowAddress(std::uint32_t table, std::uint32_t index) co
    return base_ + kHeaderSize + (first + index) * kRowSize;
 }
 
-void ChipState::countWrite() {
-   store<std::uint64_t>(base_ + kWritesAt, rowWrites() + 1);
-   sealHeader(base_);
+// The row's bytes and its check in one aligned 8-byte store: a kill sees the old row or the new
+// one, never a mix that fails its check.
+void ChipState::rowIs(std::uint32_t table, std::uint32_t index, std::uint8_t (&bytes)[8]) {
+   if (!writable_) {
+      throw std::logic_error(path_ + ": chip state is open read-only");
+   }
+   auto* row = reinterpret_cast<std::uint64_t*>(rowAddress(table, index));
+   bytes[3] = rowCheck(bytes, table, index);
+   std::atomic_ref<std::uint64_t>(*row).store(load<std::uint64_t>(bytes),
+                                              std::memory_order_relaxed);
 }
 
 DecapRow ChipState::decapRow(std::uint32_t index) const {
@@ -281,17 +335,11 @@ DecapRow ChipState::decapRow(std::uint32_t index) const {
 }
 
 void ChipState::decapRowIs(std::uint32_t index, const DecapRow& r) {
-   if (!writable_) {
-      throw std::logic_error(path_ + ": chip state is open read-only");
-   }
-   std::uint8_t* row = rowAddress(0, index);
-   row[0] = static_cast<std::uint8_t>(r.state);
-   row[1] = r.profileIndex;
-   row[2] = static_cast<std::uint8_t>((r.ipv4UcEnable ? 1 : 0) | (r.ipv6UcEnable ? 2 : 0) |
-                                      (r.trustDscp ? 4 : 0));
+   std::uint8_t row[8] = {static_cast<std::uint8_t>(r.state), r.profileIndex,
+                          static_cast<std::uint8_t>((r.ipv4UcEnable ? 1 : 0) |
+                                                    (r.ipv6UcEnable ? 2 : 0) | (r.trustDscp ? 4 : 0))};
    store<std::uint32_t>(row + 4, r.vrf);
-   row[3] = rowCheck(row, 0, index);
-   countWrite();
+   rowIs(0, index, row);
 }
 
 ProfileRow ChipState::profileRow(std::uint32_t index) const {
@@ -300,15 +348,9 @@ ProfileRow ChipState::profileRow(std::uint32_t index) const {
 }
 
 void ChipState::profileRowIs(std::uint32_t index, const ProfileRow& r) {
-   if (!writable_) {
-      throw std::logic_error(path_ + ": chip state is open read-only");
-   }
-   std::uint8_t* row = rowAddress(1, index);
-   row[0] = static_cast<std::uint8_t>(r.state);
-   row[1] = row[2] = 0;
+   std::uint8_t row[8] = {static_cast<std::uint8_t>(r.state)};
    store<std::uint32_t>(row + 4, r.profileId);
-   row[3] = rowCheck(row, 1, index);
-   countWrite();
+   rowIs(1, index, row);
 }
 
 void ChipState::sync() {

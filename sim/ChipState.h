@@ -4,11 +4,15 @@
 //
 // File layout (little-endian):
 //   header (64 bytes): magic "L3DSIMCS", format version, header size, decap row count, profile
-//     row count, row size, total row writes, header check (CRC-32 of the header's first 60 bytes)
+//     row count, row size, chip id (16 random bytes), header check (CRC-32 of the first 60 bytes)
 //   decap rows   (decap row count x 8 bytes): state, profile index, flags, check, VRF (32 bits)
 //   profile rows (profile row count x 8 bytes): state, two spare bytes, check, profile id
 // A row's check is a CRC-8 over its other bytes and its index, so a damaged or shifted row is
 // found when the file is opened. A file that fails any check is refused, and never written.
+//
+// Surviving a kill at any moment: the header never changes after the file is made; a row and its
+// check are one aligned 8-byte store; a new file is written aside (<file>.new) and renamed into
+// place only when complete.
 #pragma once
 
 #include <cstdint>
@@ -46,15 +50,16 @@ struct ProfileRow {
 
 class ChipState {
   public:
-   static constexpr std::uint32_t kFormatVersion = 1;
+   static constexpr std::uint32_t kFormatVersion = 2;
    static constexpr std::uint32_t kProfileRows = 256;
    static constexpr std::uint32_t kDefaultDecapRows = 4096;
    static constexpr std::uint32_t kMaxDecapRows = 1U << 24;
 
-   // Creates a new chip-state file with every row free. Refuses to replace an existing file.
+   // Creates a new chip-state file with every row free and a new random id. Refuses to replace
+   // an existing file. The caller holds the chip's lock (ChipLock): <path>.new is its own.
    static ChipState create(const std::string& path, std::uint32_t decapRows);
    // Opens an existing file after checking all of it; throws ChipStateError naming the problem.
-   // `writable` false maps it read-only (nothing can change it).
+   // `writable` false maps it read-only (nothing can change it). A symbolic link is refused.
    static ChipState open(const std::string& path, bool writable = true);
    // A chip whose state lives in memory only (tests, benchmarks).
    static ChipState inMemory(std::uint32_t decapRows);
@@ -72,7 +77,9 @@ class ChipState {
    const std::string& path() const noexcept { return path_; }
    std::uint32_t decapRows() const noexcept;
    std::uint32_t profileRows() const noexcept { return kProfileRows; }
-   std::uint64_t rowWrites() const noexcept;
+   // The random id the chip got when it was made, as 32 hex digits: the agent's state store
+   // names the chip it belongs to by it.
+   std::string id() const;
 
    DecapRow decapRow(std::uint32_t index) const;
    void decapRowIs(std::uint32_t index, const DecapRow& row);
@@ -85,7 +92,7 @@ class ChipState {
   private:
    ChipState(std::string path, std::uint8_t* base, std::size_t size, int fd, bool writable);
    std::uint8_t* rowAddress(std::uint32_t table, std::uint32_t index) const;
-   void countWrite();
+   void rowIs(std::uint32_t table, std::uint32_t index, std::uint8_t (&bytes)[8]);
    void release() noexcept;
 
    std::string path_;

@@ -30,7 +30,7 @@ void ProfileTable::Handle::handleIndexSuggestions(const Asic::IndexSet& suggesti
 
 ProfileTable::ProfileTable(SimChip& chip) : chip_(chip), used_(ChipState::kProfileRows, false) {
    for (std::uint32_t i = 0; i < ChipState::kProfileRows; ++i) {
-      used_[i] = chip_.state().profileRow(i).state == RowState::valued;
+      used_[i] = chip_.profileRow(i).state == RowState::valued;
    }
 }
 
@@ -44,7 +44,7 @@ ProfileTable::~ProfileTable() {
 void ProfileTable::readBack() {
    replay_ = true;
    for (std::uint32_t i = 0; i < ChipState::kProfileRows; ++i) {
-      const ProfileRow row = chip_.state().profileRow(i);
+      const ProfileRow row = chip_.profileRow(i);
       if (row.state == RowState::valued) {
          readBack_.emplace(i, row.profileId);
       }
@@ -164,6 +164,9 @@ void ProfileTable::purgeStale() {
 }
 
 std::size_t ProfileTable::deliverAcks(std::size_t limit, bool flush) {
+   if (completions_.ready(chip_.ackPolicy, flush)) {
+      chip_.applyQueued();  // a chip acknowledges a write once it has done it
+   }
    std::size_t delivered = 0;
    while (delivered < limit) {
       const auto id = completions_.take(chip_.ackPolicy, flush, chip_.rng());

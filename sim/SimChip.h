@@ -1,12 +1,14 @@
 // The simulated switch chip: its tables' rows (ChipState), counters of the hardware operations,
-// which rows each phase touched, and asynchronous write completions that the agent's loop
-// delivers, in order or not, as the chip's options say.
+// which rows each phase touched, asynchronous write completions that the agent's loop delivers,
+// in order or not, as the chip's options say, and the write queue that lets the agent record
+// durably which key a decap row belongs to before the chip sees the row's write.
 #pragma once
 
 #include <cstdint>
 #include <deque>
 #include <optional>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "sim/ChipState.h"
@@ -52,9 +54,33 @@ class CompletionQueue {
    }
    // Puts a completion back at the front (its table cannot take it yet).
    void putBack(const T& completion) { queue_.push_front(completion); }
+   // Whether take() would give a completion.
+   bool ready(const AckPolicy& policy, bool flush) const noexcept {
+      return !queue_.empty() && (flush || queue_.size() > policy.holdBack);
+   }
 
   private:
    std::deque<T> queue_;
+};
+
+// What the agent makes durable before the chip sees a decap row's write: the key each row
+// belongs to (its state store). The chip calls it as it queues row writes and commits it before
+// it applies them (SimChip::journalIs).
+class RowJournal {
+  public:
+   virtual ~RowJournal() = default;
+   // Whether recording `key` as the owner of row `index` must wait until the writes queued so far
+   // are on the chip: it would displace an owner whose row's delete is still queued.
+   virtual bool mustWaitForQueue(std::uint32_t index, std::uint64_t key) const = 0;
+   // Row `index` is about to be written for `key`.
+   virtual void ownerIs(std::uint32_t index, std::uint64_t key) = 0;
+   // Row `index`, owned by `owner` if known, is about to be deleted; its record may go once the
+   // delete is on the chip.
+   virtual void rowDeleted(std::uint32_t index, std::optional<std::uint64_t> owner) = 0;
+   // Makes every record so far durable; throws when it cannot.
+   virtual void commit() = 0;
+   // The writes that the last commit covered are on the chip.
+   virtual void applied() = 0;
 };
 
 class SimChip {
@@ -86,11 +112,26 @@ class SimChip {
       rng_.seed(policy.seed);
    }
 
-   // Row operations, counted and recorded.
-   void decapRowIs(std::uint32_t index, const DecapRow& row);
-   void decapRowDel(std::uint32_t index);
+   // Row operations, counted and recorded. `owner` is the key the decap row is written for.
+   void decapRowIs(std::uint32_t index, const DecapRow& row,
+                   std::optional<std::uint64_t> owner = std::nullopt);
+   void decapRowDel(std::uint32_t index, std::optional<std::uint64_t> owner = std::nullopt);
    void profileRowIs(std::uint32_t index, const ProfileRow& row);
    void profileRowDel(std::uint32_t index);
+   // Rows as the chip holds them, queued writes included (reading a row with a queued write
+   // applies the queue first, as a chip orders a read after the writes before it).
+   DecapRow decapRow(std::uint32_t index);
+   ProfileRow profileRow(std::uint32_t index);
+
+   // With a journal, row writes (of both tables, in their order) are queued and reach the chip
+   // state `batch` at a time, each batch only after journal->commit(): a kill at any moment
+   // leaves a chip state that the journal's durable records cover. Without one (nullptr),
+   // writes reach the chip state at once.
+   void journalIs(RowJournal* journal, std::size_t batch);
+   // Commits the journal and applies every queued write. When the commit fails, the chip applies
+   // nothing more, ever: failure() says why, and the agent stops at its next step.
+   void applyQueued();
+   const std::optional<std::string>& failure() const noexcept { return failure_; }
 
    std::uint8_t decapTouch(std::uint32_t index) const noexcept { return touched_.at(index); }
    void resetTouched();
@@ -99,10 +140,26 @@ class SimChip {
    static SimChip* current() noexcept;
 
   private:
+   struct QueuedWrite {
+      std::uint32_t index;
+      bool profile;  // a profile row (else a decap row)
+      DecapRow decap;
+      ProfileRow profileRow;
+   };
+   void putProfileRow(std::uint32_t index, const ProfileRow& row);
+   void queue(const QueuedWrite& write);
+   std::vector<bool>& queuedRows(bool profile) { return profile ? queuedProfile_ : queuedDecap_; }
+
    ChipState state_;
    Counters counters_;
    std::vector<std::uint8_t> touched_;
    std::mt19937_64 rng_{1};
+   RowJournal* journal_ = nullptr;
+   std::size_t batch_ = 0;
+   std::vector<QueuedWrite> queue_;
+   std::vector<bool> queuedDecap_;    // rows with a write in queue_
+   std::vector<bool> queuedProfile_;
+   std::optional<std::string> failure_;
 };
 
 }  // namespace Sim

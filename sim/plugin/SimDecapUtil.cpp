@@ -20,6 +20,10 @@ DecapRow rowOf(const std::optional<Entry>& entry) {
                    entry->ipv6UcEnable, entry->trustDscp, entry->vrf};
 }
 
+std::optional<std::uint64_t> ownerOf(const std::optional<L3TunnelIntfKey>& key) {
+   return key ? std::optional<std::uint64_t>(key->value()) : std::nullopt;
+}
+
 Entry entryOf(const DecapRow& row) {
    return Entry(nullptr, row.profileIndex, row.ipv4UcEnable, row.ipv6UcEnable, row.trustDscp,
                 row.vrf);
@@ -36,17 +40,20 @@ class SimDecapUtil : public IngL3IifTable::Util, public WriteCompletions {
    std::uint32_t minIndex() const override { return 0; }
    std::uint32_t maxIndex() const override { return chip_.state().decapRows() - 1; }
 
+   // The key that owns the row goes with the write, so that the agent can record it before the
+   // chip sees the row (RowJournal).
    void hwTableEntryIs(IngL3IifTable* table, Asic::Index index,
                        const std::optional<Entry>& entry) const override {
-      chip_.decapRowIs(index, rowOf(entry));
+      const auto key = table->swKeyFromHwIndex(index);
+      chip_.decapRowIs(index, rowOf(entry), ownerOf(key));
       table_ = table;
-      if (const auto key = table->swKeyFromHwIndex(index)) {
+      if (key) {
          completions_.push(*key);
       }
    }
 
-   void hwTableEntryDel(IngL3IifTable* /*table*/, Asic::Index index) const override {
-      chip_.decapRowDel(index);
+   void hwTableEntryDel(IngL3IifTable* table, Asic::Index index) const override {
+      chip_.decapRowDel(index, ownerOf(table->swKeyFromHwIndex(index)));
    }
 
    void updateHwIndexRefCountTracker(Asic::HwTable* hwTable, Asic::Index index,
@@ -58,13 +65,12 @@ class SimDecapUtil : public IngL3IifTable::Util, public WriteCompletions {
 
    bool compareHwEntries(const IngL3IifTable* /*table*/, Asic::Index index,
                          const Entry& entry) const override {
-      const DecapRow row = chip_.state().decapRow(index);
-      return row == rowOf(entry);
+      return chip_.decapRow(index) == rowOf(entry);
    }
 
    std::optional<Entry> hwTableEntry(const IngL3IifTable* /*table*/,
                                      Asic::Index index) const override {
-      const DecapRow row = chip_.state().decapRow(index);
+      const DecapRow row = chip_.decapRow(index);
       return row.state == RowState::valued ? std::optional<Entry>(entryOf(row)) : std::nullopt;
    }
 
@@ -74,7 +80,7 @@ class SimDecapUtil : public IngL3IifTable::Util, public WriteCompletions {
                     const Fwk::Ptr<Asic::SwTable>& table) const override {
       auto& decap = static_cast<IngL3IifTable&>(*table);
       for (std::uint32_t i = 0; i < chip_.state().decapRows(); ++i) {
-         const DecapRow row = chip_.state().decapRow(i);
+         const DecapRow row = chip_.decapRow(i);
          if (row.state != RowState::valued) {
             continue;
          }
@@ -88,6 +94,9 @@ class SimDecapUtil : public IngL3IifTable::Util, public WriteCompletions {
    std::size_t pendingAcks() const override { return completions_.size(); }
 
    std::size_t deliverAcks(std::size_t limit, bool flush) override {
+      if (completions_.ready(chip_.ackPolicy, flush)) {
+         chip_.applyQueued();  // a chip acknowledges a write once it has done it
+      }
       std::size_t delivered = 0;
       while (delivered < limit && table_ != nullptr) {
          const auto sm = table_->writeResponseSm();

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "Program.h"
+#include "support/ScratchDir.h"
 
 namespace {
 
@@ -51,15 +52,6 @@ std::size_t occurrences(const std::string& text, const std::string& what) {
 
 class AgentProgramTest : public ::testing::Test {
  protected:
-   void SetUp() override {
-      dir = std::filesystem::temp_directory_path() /
-            ("l3decap-cli-" + std::to_string(::getpid()) + "-" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-      std::filesystem::remove_all(dir);
-      std::filesystem::create_directories(dir);
-   }
-   void TearDown() override { std::filesystem::remove_all(dir); }
-
    CliTest::Outcome l3decap(const std::vector<std::string>& args,
                             const std::vector<std::string>& environment = {}) const {
       return CliTest::runProgram(dir, args, environment);
@@ -89,9 +81,10 @@ class AgentProgramTest : public ::testing::Test {
       return keys;
    }
    std::string chipBytes() const { return readFile(dir / "chip.state"); }
-   std::string storeBytes() const { return readFile(dir / "chip.state.keys"); }
+   std::string storeBytes() const { return readFile(dir / "chip.state.db"); }
 
-   std::filesystem::path dir;
+   const ::Test::ScratchDir scratch{"l3decap-cli"};
+   std::filesystem::path dir = scratch.path();
 };
 
 std::set<std::uint32_t> changedRows(const json& report, const std::string& fate) {
@@ -202,19 +195,6 @@ TEST_F(AgentProgramTest, DamagedChipFileIsRefusedAndLeftUntouched) {
    }
 }
 
-TEST_F(AgentProgramTest, DamagedKeyStoreIsRefusedAndNothingIsWritten) {
-   run(tunnels(20));
-   const std::string chip = chipBytes();
-   const std::string store = storeBytes() + "5000 oops\n";
-   writeFile(dir / "chip.state.keys", store);
-   writeFile(dir / "l3decap.conf", configText(tunnels(25)));
-   const auto outcome = l3decap({"run", "--config", "l3decap.conf", "--chip", "chip.state"});
-   EXPECT_EQ(outcome.status, 1);
-   EXPECT_NE(outcome.err.find("chip.state.keys:22:"), std::string::npos) << outcome.err;
-   EXPECT_EQ(chipBytes(), chip);
-   EXPECT_EQ(storeBytes(), store);
-}
-
 TEST_F(AgentProgramTest, BadConfigurationLineIsReportedAndProgramsNothing) {
    std::string text = configText(tunnels(10));
    text += "tunnel 9 profile 1 vrf 12 ipv5\n";  // line 14
@@ -244,7 +224,7 @@ TEST_F(AgentProgramTest, PlanForecastsTheRunAndWritesNothing) {
    const json coldPlan = jsonOf(planArgs("new.state"));
    EXPECT_EQ(coldPlan["new"], 30);
    EXPECT_FALSE(std::filesystem::exists(dir / "new.state"));
-   EXPECT_FALSE(std::filesystem::exists(dir / "new.state.keys"));
+   EXPECT_FALSE(std::filesystem::exists(dir / "new.state.db"));
 
    run(tunnels(30));
    const std::string chip = chipBytes();

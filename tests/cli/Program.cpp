@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -45,40 +46,53 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 
 }  // namespace
 
-Outcome runProgram(const std::filesystem::path& dir, const std::vector<std::string>& args,
-                   const std::vector<std::string>& environment) {
+Started startProgram(const std::filesystem::path& dir, const Launch& launch) {
    const char* binary = std::getenv("L3DECAP_BIN");
    if (binary == nullptr) {
       throw std::runtime_error("L3DECAP_BIN is not set: run these tests through ctest");
    }
-   std::vector<std::string> argv{binary};
-   argv.insert(argv.end(), args.begin(), args.end());
-   std::vector<std::string> envp = mergedEnvironment(environment);
-   const std::string outPath = (dir / ".stdout").string();
-   const std::string errPath = (dir / ".stderr").string();
+   std::vector<std::string> argv;
+   if (launch.obeyPermissions && ::geteuid() == 0) {
+      argv = {"setpriv", "--bounding-set=-dac_override,-dac_read_search"};
+   }
+   argv.emplace_back(binary);
+   argv.insert(argv.end(), launch.args.begin(), launch.args.end());
+   std::vector<std::string> envp = mergedEnvironment(launch.environment);
+   static unsigned started = 0;
+   const std::string name = "." + std::to_string(++started);
+   Started child{0, dir / (name + ".stdout"), dir / (name + ".stderr")};
 
    posix_spawn_file_actions_t actions;
    posix_spawn_file_actions_init(&actions);
    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-   posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+   posix_spawn_file_actions_addopen(&actions, 1, child.out.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                     0644);
-   posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+   posix_spawn_file_actions_addopen(&actions, 2, child.err.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                     0644);
    posix_spawn_file_actions_addchdir_np(&actions, dir.c_str());
-   pid_t pid = 0;
-   const int spawned =
-       posix_spawn(&pid, binary, &actions, nullptr, pointers(argv).data(), pointers(envp).data());
+   const int spawned = posix_spawnp(&child.pid, argv.front().c_str(), &actions, nullptr,
+                                    pointers(argv).data(), pointers(envp).data());
    posix_spawn_file_actions_destroy(&actions);
    if (spawned != 0) {
-      throw std::runtime_error(std::string("cannot start ") + binary);
+      throw std::runtime_error("cannot start " + argv.front());
    }
+   return child;
+}
+
+Outcome waitProgram(const Started& child) {
    int wstatus = 0;
-   ::waitpid(pid, &wstatus, 0);
-   Outcome outcome{WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1, readFile(outPath),
-                   readFile(errPath)};
-   std::filesystem::remove(outPath);
-   std::filesystem::remove(errPath);
+   ::waitpid(child.pid, &wstatus, 0);
+   Outcome outcome{WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1,
+                   WIFSIGNALED(wstatus) ? WTERMSIG(wstatus) : 0, readFile(child.out),
+                   readFile(child.err)};
+   std::filesystem::remove(child.out);
+   std::filesystem::remove(child.err);
    return outcome;
+}
+
+Outcome runProgram(const std::filesystem::path& dir, const std::vector<std::string>& args,
+                   const std::vector<std::string>& environment) {
+   return waitProgram(startProgram(dir, Launch{args, environment}));
 }
 
 std::string readFile(const std::filesystem::path& path) {

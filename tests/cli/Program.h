@@ -2,6 +2,8 @@
 // would, and collects its exit status and output.
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -10,11 +12,29 @@ namespace CliTest {
 
 struct Outcome {
    int status = -1;  // exit code; -1 when the program did not exit normally
+   int signal = 0;   // the signal that ended it, if one did
    std::string out;
    std::string err;
 };
 
-// `environment` adds or replaces NAME=value entries of this process's environment.
+struct Launch {
+   std::vector<std::string> args;
+   // NAME=value entries that add to or replace this process's environment.
+   std::vector<std::string> environment = {};
+   // Run as root would be without overriding file permissions (when this process is root), so
+   // that a file's mode bits refuse it as they refuse anyone else.
+   bool obeyPermissions = false;
+};
+
+struct Started {
+   pid_t pid = 0;
+   std::filesystem::path out, err;  // where its output goes
+};
+
+// Starts the program; waitProgram() collects it.
+Started startProgram(const std::filesystem::path& dir, const Launch& launch);
+Outcome waitProgram(const Started& started);
+
 Outcome runProgram(const std::filesystem::path& dir, const std::vector<std::string>& args,
                    const std::vector<std::string>& environment = {});
 

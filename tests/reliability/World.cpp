@@ -282,6 +282,17 @@ std::string World::purge() {
    }
    table_->purgeStaleEntries();
    phase_ = Phase::running;
+   // The purge gave the read-back rows nobody claimed back: an entry still without a row is one
+   // that the table has no room for.
+   const auto& allocator = *table_->indexAllocator();
+   for (const auto& handle : table_->entryHandleMap()) {
+      if (handle->resolvedEntryState() == S::hwIndexExhausted &&
+          allocator.totalUsedIndices() < shape_.tableSize) {
+         return failure("k", handle->key().value() - keyOf(0).value(),
+                        " found no index although the purge left ",
+                        shape_.tableSize - allocator.totalUsedIndices(), " free");
+      }
+   }
    for (KeyModel& m : model_) {
       m.bound = m.bound && m.present();  // the purge gave unclaimed bindings back
    }

@@ -7,6 +7,8 @@
 #include <string>
 
 #include "sim/Agent.h"
+#include "sim/StateStore.h"
+#include "support/ScratchDir.h"
 
 namespace {
 
@@ -17,15 +19,9 @@ using Sim::TunnelConfig;
 class AgentRestartTest : public ::testing::Test {
   protected:
    void SetUp() override {
-      dir = std::filesystem::temp_directory_path() /
-            ("l3decap-agent-" + std::to_string(::getpid()) + "-" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-      std::filesystem::remove_all(dir);
-      std::filesystem::create_directories(dir);
-      options.chipFile = (dir / "chip.state").string();
+      options.chipFile = (scratch.path() / "chip.state").string();
       options.rows = 256;
    }
-   void TearDown() override { std::filesystem::remove_all(dir); }
 
    static Config config(std::size_t tunnels, std::uint32_t vrfBase = 100) {
       Config c;
@@ -37,22 +33,26 @@ class AgentRestartTest : public ::testing::Test {
       }
       return c;
    }
+   Sim::RunReport run(const Config& c) const {
+      const Sim::ChipLock lock(options.chipFile, Sim::ChipLock::Mode::exclusive);
+      return Sim::runAgent(c, options, lock);
+   }
    static std::size_t count(const Sim::RunReport& r, RowFate fate) {
       return static_cast<std::size_t>(std::count(r.rows.begin(), r.rows.end(), fate));
    }
 
-   std::filesystem::path dir;
+   const ::Test::ScratchDir scratch{"l3decap-agent"};
    Sim::RunOptions options;
 };
 
 TEST_F(AgentRestartTest, UnchangedConfigurationRestartWritesNothing) {
-   const auto cold = Sim::runAgent(config(100), options);
+   const auto cold = run(config(100));
    EXPECT_FALSE(cold.restart);
    EXPECT_EQ(cold.rowsWritten, 100U);
    EXPECT_EQ(cold.created, 100U);
    EXPECT_EQ(cold.handlesNotInHardware, 0U);
 
-   const auto warm = Sim::runAgent(config(100), options);
+   const auto warm = run(config(100));
    EXPECT_TRUE(warm.restart);
    EXPECT_EQ(warm.keysBound, 100U);
    EXPECT_EQ(warm.rowsWritten, 0U);
@@ -65,13 +65,13 @@ TEST_F(AgentRestartTest, UnchangedConfigurationRestartWritesNothing) {
 }
 
 TEST_F(AgentRestartTest, ChangedAndRemovedEntriesTouchOnlyTheirRows) {
-   Sim::runAgent(config(100), options);
+   run(config(100));
    Config next = config(90);  // the last ten are removed
    for (std::size_t i = 0; i < 10; ++i) {
       next.tunnels[i].vrf += 5000;  // ten changed
    }
    next.tunnels.push_back(TunnelConfig{9999, 2, true, true, true, 7});  // one new
-   const auto warm = Sim::runAgent(next, options);
+   const auto warm = run(next);
    EXPECT_EQ(warm.rewritten, 10U);
    EXPECT_EQ(warm.purged, 10U);
    EXPECT_EQ(warm.created, 1U);
@@ -83,10 +83,11 @@ TEST_F(AgentRestartTest, ChangedAndRemovedEntriesTouchOnlyTheirRows) {
    EXPECT_EQ(warm.indicesInUse, 91U);
 }
 
-TEST_F(AgentRestartTest, WithoutTheKeyStoreRowsAreRewrittenButNoLiveRowIsLost) {
-   Sim::runAgent(config(50), options);
-   options.useKeyStore = false;
-   const auto warm = Sim::runAgent(config(50), options);
+TEST_F(AgentRestartTest, WithoutTheStateStoreRowsAreRewrittenButNoLiveRowIsLost) {
+   run(config(50));
+   std::filesystem::remove(Sim::StateStore::pathFor(options.chipFile));
+   const auto warm = run(config(50));
+   EXPECT_TRUE(warm.unboundRows);
    EXPECT_EQ(warm.keysBound, 0U);
    EXPECT_EQ(warm.handlesNotInHardware, 0U);
    EXPECT_EQ(warm.indicesInUse, 50U);

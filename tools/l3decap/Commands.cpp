@@ -14,7 +14,9 @@
 #include "Svg.h"
 #include "TalvikL3Decap/IngL3IifDecapTable.h"
 #include "sim/Agent.h"
+#include "sim/ChipLock.h"
 #include "sim/ChipState.h"
+#include "sim/StateStore.h"
 
 namespace L3DecapCli {
 
@@ -67,22 +69,22 @@ void checkRows(const AgentOptions& agent) {
    }
 }
 
+// Checked under the chip's lock (an agent's run may be making the file).
 Sim::RunOptions runOptions(const AgentOptions& agent) {
-   requirePlugin();
    checkRows(agent);
    Sim::RunOptions options;
    options.chipFile = agent.chip;
    options.rows = agent.rows.value_or(Sim::ChipState::kDefaultDecapRows);
    options.ackPolicy = agent.ack;
-   options.useKeyStore = !agent.noKeyStore;
+   options.writesPerCommit = agent.writesPerCommit;
    return options;
 }
 
 RunReport runWithProgress(const std::string& label, const Sim::Config& config,
-                          Sim::RunOptions options) {
+                          Sim::RunOptions options, const Sim::ChipLock& lock) {
    Progress progress(label);
    options.progress = progress.callback();
-   return Sim::runAgent(config, options);
+   return Sim::runAgent(config, options, lock);
 }
 
 void printJson(const nlohmann::ordered_json& document) {
@@ -95,17 +97,32 @@ void writePicture(const std::string& path, const std::string& title, const RunRe
    }
 }
 
-KeyIndices previousKeys(const AgentOptions& agent, std::uint32_t rows) {
-   if (agent.noKeyStore) {
-      return {};
+// The keys of the chip's rows as its state store has them, for showing; a store that cannot be
+// used only costs the keys.
+KeyIndices storedKeys(const Sim::ChipState& chip) {
+   KeyIndices keys;
+   try {
+      const auto store = Sim::StateStore::open(Sim::StateStore::pathFor(chip.path()), true);
+      if (store) {
+         store->checkBelongsTo(chip);
+         for (const Sim::Binding& b : store->bindings()) {
+            keys.emplace(b.key, b.row);
+         }
+      }
+   } catch (const std::runtime_error& e) {
+      std::cerr << "l3decap: warning: keys not shown: " << e.what() << '\n';
    }
-   return Sim::KeyIndexStore::read(Sim::KeyIndexStore::pathFor(agent.chip), rows)
-       .value_or(KeyIndices{});
+   return keys;
 }
 
-// Reports entries a run could not place in hardware: the chip is too small for the
-// configuration.
+// Reports entries a run could not place in hardware (the chip is too small for the
+// configuration), and a restart that had no state store to bind keys to their rows.
 int runOutcome(const RunReport& report) {
+   if (report.unboundRows) {
+      std::cerr << "l3decap: warning: the chip held rows but had no state store (a new one was "
+                   "made): no key could be bound to its row, so every tunnel was written to a new "
+                   "row and the old rows purged (docs/RELIABILITY.md)\n";
+   }
    if (report.handlesNotInHardware == 0) {
       return kExitOk;
    }
@@ -120,14 +137,17 @@ int runOutcome(const RunReport& report) {
 int runCommand(const RunArgs& args) {
    const Sim::Config config = readConfigFile(args.agent.config);
    checkSvgTarget(args.output.svg);
+   requirePlugin();
+   // Held for the plan of --strict-restart too: no other agent changes the chip in between.
+   const Sim::ChipLock lock(args.agent.chip, Sim::ChipLock::Mode::exclusive);
    const Sim::RunOptions options = runOptions(args.agent);
    std::optional<RunReport> plan;
    if (args.strictRestart) {
       Sim::RunOptions dry = options;
       dry.dryRun = true;
-      plan = runWithProgress("planning", config, dry);
+      plan = runWithProgress("planning", config, dry, lock);
    }
-   const RunReport report = runWithProgress("replaying", config, options);
+   const RunReport report = runWithProgress("replaying", config, options, lock);
    const auto violations =
        plan ? strictViolations(plan->rows, report.rows) : std::vector<Violation>{};
    if (args.output.json) {
@@ -147,12 +167,13 @@ int runCommand(const RunArgs& args) {
 int planCommand(const PlanArgs& args) {
    const Sim::Config config = readConfigFile(args.agent.config);
    checkSvgTarget(args.output.svg);
+   requirePlugin();
+   const Sim::ChipLock lock(args.agent.chip, Sim::ChipLock::Mode::shared);
    Sim::RunOptions options = runOptions(args.agent);
    options.dryRun = true;
    options.recordChip = true;
-   const RunReport report = runWithProgress("planning", config, options);
-   const auto rows =
-       planRows(report, previousKeys(args.agent, static_cast<std::uint32_t>(report.rows.size())));
+   const RunReport report = runWithProgress("planning", config, options, lock);
+   const auto rows = planRows(report);
    if (args.output.json) {
       printJson(planJson(args.agent.chip, report, rows));
    } else {
@@ -163,14 +184,9 @@ int planCommand(const PlanArgs& args) {
 }
 
 int dumpCommand(const DumpArgs& args) {
+   const Sim::ChipLock lock(args.chip, Sim::ChipLock::Mode::shared);
    const Sim::ChipState chip = Sim::ChipState::open(args.chip, false);
-   KeyIndices keys;
-   try {
-      keys = Sim::KeyIndexStore::read(Sim::KeyIndexStore::pathFor(args.chip), chip.decapRows())
-                 .value_or(KeyIndices{});
-   } catch (const std::runtime_error& e) {
-      std::cerr << "l3decap: warning: keys not shown: " << e.what() << '\n';
-   }
+   const KeyIndices keys = storedKeys(chip);
    if (args.json) {
       printJson(dumpJson(args.chip, chip, keys));
    } else {

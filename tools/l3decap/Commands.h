@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "sim/SimChip.h"
+#include "sim/Agent.h"
 
 namespace L3DecapCli {
 
@@ -36,8 +36,8 @@ struct AgentOptions {
    std::string config;
    std::string chip;
    std::optional<std::uint32_t> rows;  // for a new chip file
-   bool noKeyStore = false;
    Sim::AckPolicy ack;
+   std::size_t writesPerCommit = Sim::RunOptions{}.writesPerCommit;
 };
 
 struct RunArgs {

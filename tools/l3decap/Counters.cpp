@@ -21,7 +21,7 @@ const std::vector<Counter>& counters() {
         [](const R& r) { return r.profilesAdopted; }},
        {"indicesInUse", "indices in use", "in use",
         [](const R& r) -> std::uint64_t { return r.indicesInUse; }},
-       {"keysBound", "keys bound from the key store", "",
+       {"keysBound", "keys bound from the state store", "",
         [](const R& r) -> std::uint64_t { return r.keysBound; }},
        {"notInHardware", "entries not in hardware", "",
         [](const R& r) -> std::uint64_t { return r.handlesNotInHardware; }},

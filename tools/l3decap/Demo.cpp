@@ -67,11 +67,11 @@ Sim::Config throughFile(const Sim::Config& config, const std::filesystem::path& 
 }
 
 DemoPhase phase(const std::string& name, const Sim::Config& config, const TempDir& dir,
-                Sim::RunOptions& options) {
+                Sim::RunOptions& options, const Sim::ChipLock& lock) {
    const Sim::Config read = throughFile(config, dir.path() / "l3decap.conf");
    Progress progress(name + ": replaying");
    options.progress = progress.callback();
-   DemoPhase result{name, Sim::runAgent(read, options)};
+   DemoPhase result{name, Sim::runAgent(read, options, lock)};
    options.progress = nullptr;
    return result;
 }
@@ -119,11 +119,12 @@ DemoResult runDemo(std::size_t tunnels) {
    Sim::RunOptions options;
    options.chipFile = (dir.path() / "chip.state").string();
    options.rows = result.rows;
+   const Sim::ChipLock lock(options.chipFile, Sim::ChipLock::Mode::exclusive);
    const Sim::Config config = demoConfig(tunnels);
-   result.phases.push_back(phase("cold start", config, dir, options));
-   result.phases.push_back(phase("restart, same configuration", config, dir, options));
+   result.phases.push_back(phase("cold start", config, dir, options, lock));
+   result.phases.push_back(phase("restart, same configuration", config, dir, options, lock));
    result.phases.push_back(
-       phase("restart, changed configuration", demoChangedConfig(tunnels), dir, options));
+       phase("restart, changed configuration", demoChangedConfig(tunnels), dir, options, lock));
    return result;
 }
 

@@ -63,6 +63,7 @@ json countersJson(const Sim::RunReport& report) {
       j[std::string(c.json)] = c.value(report);
    }
    j["seconds"] = report.seconds;
+   j["storeSeconds"] = report.storeSeconds;
    return j;
 }
 
@@ -111,7 +112,7 @@ json dumpJson(const std::string& chipFile, const Sim::ChipState& chip, const Key
                {"chip", chipFile},
                {"decapRows", chip.decapRows()},
                {"profileRows", chip.profileRows()},
-               {"rowWrites", chip.rowWrites()},
+               {"chipId", chip.id()},
                {"decap", decapRowsJson(chip, keys)},
                {"profiles", profileRowsJson(chip)}};
 }

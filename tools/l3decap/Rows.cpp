@@ -67,9 +67,9 @@ std::optional<RowContent> valuedContent(const Sim::ChipState& chip, std::uint32_
 
 }  // namespace
 
-std::vector<PlanRow> planRows(const Sim::RunReport& report, const KeyIndices& previousKeys) {
+std::vector<PlanRow> planRows(const Sim::RunReport& report) {
    const auto keysAfter = keysByIndex(report.keyIndices);
-   const auto keysBefore = keysByIndex(previousKeys);
+   const auto keysBefore = keysByIndex(report.keyIndicesBefore);
    std::vector<PlanRow> rows;
    for (std::uint32_t i = 0; i < report.rows.size(); ++i) {
       if (report.rows[i] == RowFate::free) {

@@ -35,8 +35,8 @@ struct PlanRow {
    std::optional<RowContent> after;   // for rows that hold content afterwards
 };
 
-// Needs a report made with RunOptions::recordChip; `previousKeys` is the key store before.
-std::vector<PlanRow> planRows(const Sim::RunReport& report, const KeyIndices& previousKeys);
+// Needs a report made with RunOptions::recordChip.
+std::vector<PlanRow> planRows(const Sim::RunReport& report);
 
 // How many rows have each fate.
 std::map<Sim::RowFate, std::size_t> fateCounts(const std::vector<Sim::RowFate>& rows);

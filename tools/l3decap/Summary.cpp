@@ -43,6 +43,7 @@ void printRunSummary(std::ostream& out, const std::string& chipFile, const Sim::
       table.add({std::string(c.label), std::to_string(c.value(report))});
    }
    table.add({"time taken", secondsText(report.seconds)});
+   table.add({"  of which in the state store", secondsText(report.storeSeconds)});
    table.print(out, "  ", false);
 }
 
@@ -80,8 +81,8 @@ void printPlan(std::ostream& out, const std::string& chipFile, const Sim::RunRep
 
 void printDump(std::ostream& out, const std::string& chipFile, const Sim::ChipState& chip,
                const KeyIndices& keys) {
-   out << chipFile << ": " << chip.decapRows() << " decap rows, " << chip.profileRows()
-       << " profile rows, " << chip.rowWrites() << " row writes since it was created\n";
+   out << chipFile << ": chip " << chip.id() << ", " << chip.decapRows() << " decap rows, "
+       << chip.profileRows() << " profile rows\n";
    const auto keyOf = keysByIndex(keys);
    TextTable decap({{"index"}, {"state", Align::left}, {"key"}, {"content", Align::left}});
    std::size_t used = 0;

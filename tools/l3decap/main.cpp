@@ -14,7 +14,8 @@ using namespace L3DecapCli;
 
 constexpr const char* kFooter = R"(Exit codes:
   0  success
-  1  runtime failure (chip file or key store refused, plug-in not loaded, file not writable)
+  1  runtime failure (chip file or state store refused, chip in use by another agent,
+     plug-in not loaded, file not writable)
   2  usage or configuration error (bad option, --trace or L3DECAP_TRACE setting, config file)
   3  --strict-restart: the run wrote or deleted a row the plan had adopted unchanged
 
@@ -64,14 +65,16 @@ void agentOptions(CLI::App* sub, AgentOptions& agent) {
        ->type_name("FILE");
    sub->add_option("--rows", agent.rows, "decap rows of a new chip file (default 4096)")
        ->check(CLI::Range(std::uint32_t{1}, Sim::ChipState::kMaxDecapRows));
-   sub->add_flag("--no-key-store", agent.noKeyStore,
-                 "do not bind keys to the rows the previous instance reported");
    sub->add_option("--ack-window", agent.ack.window,
                    "deliver write completions at random among the first N (1: in order)")
        ->check(kAtLeastOne);
    sub->add_option("--ack-holdback", agent.ack.holdBack,
                    "hold N write completions back until the end of a phase");
    sub->add_option("--ack-seed", agent.ack.seed, "seed of the completions' random order");
+   sub->add_option("--writes-per-commit", agent.writesPerCommit,
+                   "chip writes per commit of the state store")
+       ->capture_default_str()
+       ->check(kAtLeastOne);
 }
 
 CLI::App* runCommandLine(CLI::App& app, RunArgs& run, std::string& trace) {
