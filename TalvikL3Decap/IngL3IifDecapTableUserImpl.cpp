@@ -1,16 +1,17 @@
 // The table's user file: the choice of index allocator.
 #include "Asic/ChipProfile.h"
 #include "Fwk/Assert.h"
+#include "Fwk/Trace.h"
 #include "TalvikL3Common/L3InterfaceSharedAllocator.h"
 #include "TalvikL3Decap/IngL3IifDecapTable.h"
 #include "TalvikL3Unicast/L3NextHopAttributes.h"
 
 namespace TalvikL3Decap {
 
-// The user file constructs no "SwTableStat" trace handle of its own, although such a second handle
-// of that name used to exist: the statistics line goes to the table model's handle
-// (Asic::Detail::statisticsTraceHandle), settings reach every handle of a name alike, and nothing
-// lists handles, so a second one would receive nothing and change nothing.
+namespace {
+// The user file's own statistics channel, apart from the table model's handle of the same name.
+const Fwk::Trace::Handle userFileStatisticsTrace("SwTableStat", false);
+}  // namespace
 
 // An own allocator when the chip gives tunnel interfaces an index space of their own; otherwise
 // the one shared with the L3 interface table. Either way sized to the table.

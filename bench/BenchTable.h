@@ -9,7 +9,7 @@
 
 #include "Asic/ChipProfile.h"
 #include "TalvikL3Unicast/L3NextHopAttributes.h"
-#include "fakechip/DecapChip.h"
+#include "sim/fake/DecapChip.h"
 
 namespace Bench {
 

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "fakechip/DecapChip.h"
+#include "sim/fake/DecapChip.h"
 #include "support/WideTable.h"
 
 namespace Test {

@@ -13,7 +13,7 @@
 #include "AsicSwTable/SwTableAccessor.h"
 #include "AsicSwTable/TableModel.h"
 #include "AsicSwTable/TableUtil.h"
-#include "fakechip/FakeChip.h"
+#include "sim/fake/FakeChip.h"
 
 namespace Test {
 

@@ -1,7 +1,7 @@
 // A tiny chip plug-in: the fake chip (fakechip/) of 1024 rows in the plug-in's memory, whose Util
 // registers itself for the table type when the plug-in is loaded.
 #include "Asic/PluginLoader.h"
-#include "fakechip/DecapChip.h"
+#include "sim/fake/DecapChip.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "TalvikL3Decap/IngL3IifDecapTable.h"
-#include "fakechip/FakeChip.h"
+#include "sim/fake/FakeChip.h"
 
 template <>
 struct FakeChip::RowForm<TalvikL3Decap::IngL3IifTable> {
