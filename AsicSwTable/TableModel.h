@@ -1,6 +1,6 @@
 // The generic table model: what every table driven by the engine holds and offers, over the key
 // and entry of its traits (TableTraits.h). A concrete table derives from TableModel<Table> and
-// adds its names, its Util and its choice of allocator (README.md, "Adding a table"):
+// adds its names, its Util and its choice of allocator (docs/ADDING_A_TABLE.md):
 //
 //   - four keyed collections with their exact create, replace, delete and notification rules:
 //     unresolved entries, entry handles, resolved entries and synced entries (rows read back);
@@ -28,11 +28,6 @@
 #include "Fwk/NodePool.h"
 #include "Fwk/ProbedTable.h"
 #include "Fwk/Trace.h"
-
-namespace Vosk {
-class MountGroup;
-class EntityManager;
-}  // namespace Vosk
 
 namespace Asic {
 

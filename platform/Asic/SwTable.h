@@ -15,11 +15,7 @@
 #include "Asic/Feature.h"
 #include "Asic/SwTableBase.h"
 #include "Asic/Types.h"
-
-namespace Vosk {
-class MountGroup;
-class EntityManager;
-}  // namespace Vosk
+#include "Vosk/Forward.h"
 
 namespace Asic {
 

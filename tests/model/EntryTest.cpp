@@ -17,11 +17,6 @@ namespace {
 using S = Asic::SwTableBase;
 using ::testing::HasSubstr;
 
-auto fields(const Entry& e) {
-   return std::tuple(e.l3IifProfileIndexHandle.get(), e.l3IifProfileIndex, e.ipv4UcEnable,
-                     e.ipv6UcEnable, e.trustDscp, e.vrf);
-}
-
 TEST(EntryTest, DefaultHasNullHandleZeroIndexFalseFlagsAndVrfZero) {
    EXPECT_EQ(fields(Entry()), fields(Entry(nullptr, 0, false, false, false, 0)));
 }

@@ -13,11 +13,6 @@ namespace {
 using S = Asic::SwTableBase;
 using Changes = std::vector<std::string>;
 
-auto fields(const Entry& e) {
-   return std::tuple(e.l3IifProfileIndexHandle.get(), e.l3IifProfileIndex, e.ipv4UcEnable,
-                     e.ipv6UcEnable, e.trustDscp, e.vrf);
-}
-
 Entry row(std::uint32_t vrf, std::uint8_t profileIndex) {
    return Entry(nullptr, profileIndex, false, true, false, vrf);
 }

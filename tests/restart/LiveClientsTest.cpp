@@ -179,8 +179,7 @@ class LiveClientsTest : public RestartFixture<Kind>, public Client {
  protected:
    void run(const LiveCase& c) {
       waiting = pendingProfile();
-      this->setUpTable();
-      this->commitAll({{1, 101}, {2, 102}, {3, 103}});
+      this->startWith({{1, 101}, {2, 102}, {3, 103}});
       this->restartWith({{1, 0}, {2, 1}, {3, 2}});
       const auto act = [this](const Move& move) {
          if (move) {

@@ -14,8 +14,7 @@ class PurgeTest : public RestartFixture<Kind> {
  protected:
    void SetUp() override {
       RestartFixture<Kind>::SetUp();
-      this->setUpTable();
-      this->commitAll(config);
+      this->startWith(config);
    }
    const Config config{{1, 101}, {2, 102}, {3, 103}};  // on rows 0, 1, 2
 };
@@ -28,8 +27,7 @@ TYPED_TEST(PurgeTest, EveryStaleRowIsReportedThenDeletedUnlessTheAllocatorDisown
    for (const Row1 row1 :
         {Row1::heldBack, Row1::boundToKeyGone, Row1::available, Row1::outsideIndexSpace}) {
       SCOPED_TRACE("case " + std::to_string(static_cast<int>(row1)));
-      this->setUpTable();
-      this->commitAll(this->config);
+      this->startWith(this->config);
       this->restartWith(row1 == Row1::boundToKeyGone ? Bindings{{2, 1}} : Bindings{});
       const auto& allocator = this->t().indexAllocator();
       if (row1 == Row1::available || row1 == Row1::outsideIndexSpace) {
@@ -119,8 +117,7 @@ class SharedAllocatorTeardownTest : public RestartFixture<DecapKind> {
  protected:
    void SetUp() override {
       RestartFixture::SetUp();
-      setUpTable(TableOptions{.separateIndexSpace = false});
-      commitAll({{1, 101}});
+      startWith({{1, 101}}, TableOptions{.separateIndexSpace = false});
    }
    static Fwk::Ptr<Asic::FirstFreeIndexAllocator> registered() {
       return Asic::GenericIndexAllocatorStub::sharedAllocator(

@@ -14,8 +14,7 @@ class MixedRestartTest : public RestartFixture<Kind> {
  protected:
    void SetUp() override {
       RestartFixture<Kind>::SetUp();
-      this->setUpTable();
-      this->commitAll(before);
+      this->startWith(before);
       recorded = this->record(before);
       Bindings bindings = recorded.reported;
       bindings[5] = 10;
@@ -162,8 +161,7 @@ class SuggestionTest : public RestartFixture<Kind> {
  protected:
    void SetUp() override {
       RestartFixture<Kind>::SetUp();
-      this->setUpTable();
-      this->commitAll({{1, 101}, {2, 102}, {3, 103}});
+      this->startWith({{1, 101}, {2, 102}, {3, 103}});
    }
    void suggest(std::uint64_t key, const Asic::IndexSet& suggestions) {
       this->handle(key)->handleIndexSuggestions(suggestions);

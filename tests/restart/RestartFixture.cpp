@@ -5,13 +5,9 @@
 namespace Test {
 
 template <class Kind>
-void RestartFixture<Kind>::setUpTable(const TableOptions& options) {
+void RestartFixture<Kind>::startWith(const Config& config, const TableOptions& options) {
    this->freshTable(options);
    this->util().publishHwIndexInHandleIs(true);
-}
-
-template <class Kind>
-void RestartFixture<Kind>::commitAll(const Config& config) {
    for (const auto& [key, vrf] : config) {
       this->t().entryCommit(this->k(key), this->e(profile, vrf));
    }

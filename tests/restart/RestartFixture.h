@@ -31,10 +31,9 @@ class RestartFixture : public TableFixtureOf<Kind> {
    };
 
    // A fresh table on a fresh chip (TableFixtureOf::freshTable) whose plug-in publishes written
-   // indices in handles, so that keys can report them.
-   void setUpTable(const TableOptions& options = {});
-   // Commits every entry with the ready profile and acknowledges the writes.
-   void commitAll(const Config& config);
+   // indices in handles, so that keys can report them, holding every entry of `config` with the
+   // ready profile, acknowledged.
+   void startWith(const Config& config, const TableOptions& options = {});
    Recorded record(const Config& config);
    // The agent restarts: the new instance reads the rows back, then the keys are bound.
    void restartWith(const Bindings& bindings = {});

@@ -30,8 +30,8 @@ class ScaleRestartTest : public RestartFixture<Kind> {
             dropped.insert(key);
          }
       }
-      this->setUpTable(TableOptions{.size = 2 * kEntries});  // room for entries written as new
-      this->commitAll(before);
+      this->startWith(before,
+                      TableOptions{.size = 2 * kEntries});  // room for entries written as new
       recorded = this->record(before);
       this->clearTraces();
    }

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Fwk/Trace.h"
@@ -81,5 +82,12 @@ using TableFixture = TableFixtureOf<DecapKind>;
 using Entry = DecapKind::Table::Entry;
 using TalvikL3Decap::IngL3IifTable;
 using TalvikL3Decap::L3TunnelIntfKey;
+
+// Every field of a decap entry, the dependent field included, for comparing entries field by field
+// (their equality leaves the dependent field out).
+inline auto fields(const Entry& e) {
+   return std::tuple(e.l3IifProfileIndexHandle.get(), e.l3IifProfileIndex, e.ipv4UcEnable,
+                     e.ipv6UcEnable, e.trustDscp, e.vrf);
+}
 
 }  // namespace Test

@@ -1,5 +1,5 @@
 // A second table driven by the same engine, in the tests only, to show and test what adding a table
-// takes (AsicSwTable/README.md, "Adding a table"): a key wider than 64 bits, an entry of another
+// takes (docs/ADDING_A_TABLE.md): a key wider than 64 bits, an entry of another
 // shape with a dependent field of another width, its traits, its class on the generic table model,
 // its Util, and its rows on the fake chip.
 #pragma once
