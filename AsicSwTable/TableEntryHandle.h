@@ -29,7 +29,7 @@ class TableEntryHandle final : public SwTable::EntryHandle {
    static void* operator new(std::size_t size);
    static void operator delete(void* handle, std::size_t size) noexcept;
    // That pool, for its statistics.
-   static const Fwk::SharedNodePool& pool() noexcept;
+   static const Fwk::SharedNodePool& pool();
    const Fwk::TypeDescriptor& typeData() const override { return Fwk::typeOf<TableEntryHandle>(); }
    // Handles of this table type alive in the process (leak checks): the pool's nodes in use.
    static std::size_t liveHandles() noexcept { return pool().nodesInUse(); }

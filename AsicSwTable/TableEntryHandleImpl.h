@@ -46,7 +46,7 @@ void TableEntryHandle<Table>::operator delete(void* handle, std::size_t size) no
 }
 
 template <class Table>
-const Fwk::SharedNodePool& TableEntryHandle<Table>::pool() noexcept {
+const Fwk::SharedNodePool& TableEntryHandle<Table>::pool() {
    // Never destroyed: a handle may be released while the process exits, after static
    // destructors.
    static auto* const handles = new Fwk::SharedNodePool;

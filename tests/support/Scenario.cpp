@@ -4,7 +4,7 @@ namespace Test {
 
 std::string track(const HandlePtr& handle) {
    static int serial = 0;
-   const std::string name = "trackedHandle" + std::to_string(++serial);
+   std::string name = "trackedHandle" + std::to_string(++serial);
    Fwk::Directory::objectIs(name, const_cast<EH*>(handle.get()));
    return name;
 }
