@@ -2,8 +2,6 @@
 // responses on; purgeStaleEntries deletes the read-back rows that nobody claimed.
 #pragma once
 
-#include <cstring>
-
 #include "Asic/FirstFreeIndexAllocator.h"
 #include "AsicSwTable/SwTableAccessor.h"
 #include "AsicSwTable/Tracing.h"
@@ -108,9 +106,7 @@ template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::releaseUnclaimedBindings() {
    const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();
    for (const Index index : allocator->indicesBoundTo(Fwk::typeOf<Key>())) {
-      Key key;
-      const std::uint64_t bits = allocator->owner(index)->bits;
-      std::memcpy(static_cast<void*>(&key), &bits, sizeof key);
+      const Key key = *Traits::keyAt(*allocator, index);
       if (!swTable_->entryHandleHas(key)) {
          SW_TRACE(8, "purgeStaleEntries",
                   ": Releasing index:" << index << " bound to uncommitted key:" << key);

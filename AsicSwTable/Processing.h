@@ -64,8 +64,7 @@ void SwTable::Accessor<Table, Key>::handleEntry(const Key& key) {
       return;
    }
    const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();
-   GenericIndexAllocator::releaseIndexFromTable(*allocator, Fwk::typeOf<Key>(), keyAddress(key),
-                                                swTable_);
+   GenericIndexAllocator::releaseIndexFromTable(*allocator, Traits::allocatorKey(key), swTable_);
    // The row is gone: a handle that stays (its key was taken again during the delete dance) must
    // not go on telling other agents and tables the index that another key may get now.
    if (const Fwk::Ptr<EntryHandle> handle = swTable_->entryHandle(key);

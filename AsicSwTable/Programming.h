@@ -25,13 +25,12 @@ void SwTable::Accessor<Table, Key>::programHwEntry(const Key& key,
    Index hwIndex;
    {
       const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();
-      hwIndex = allocator->indexAcquire(Fwk::typeOf<Key>(), keyAddress(key));
+      hwIndex = allocator->indexAcquire(Traits::allocatorKey(key));
    }
    SW_TRACE(8, "traceHwIndex", " Acquired hwIndex : " << hwIndex);
    if (const Util* util = utilIfExists()) {
       if (hwIndex == kInvalidIndex) {
-         FWK_ASSERT(entryState != SwTableBase::indexReconciled,
-                    "entryState != indexReconciled()");
+         FWK_ASSERT(entryState != SwTableBase::indexReconciled, "entryState != indexReconciled()");
          if (const Fwk::Ptr<EntryHandle> handle = swTable_->entryHandle(key)) {
             handle->resolvedEntryStateIs(SwTableBase::hwIndexExhausted);
          }
@@ -65,8 +64,7 @@ void SwTable::Accessor<Table, Key>::hwTableEntryIs(const Util* util, const Key& 
                                                IndexUserTracker::refill);
          }
       } else if (prior == valued) {
-         util->updateHwIndexRefCountTracker(swTable_->hwTable(), *hwIndex,
-                                            IndexUserTracker::empty);
+         util->updateHwIndexRefCountTracker(swTable_->hwTable(), *hwIndex, IndexUserTracker::empty);
       } else {
          FWK_ASSERT(prior > valued, "false");
       }

@@ -39,7 +39,7 @@ bool SwTable::Accessor<Table, Key>::entryInHwTable(const Key& key) const {
 template <class Table, class Key>
 std::optional<Index> SwTable::Accessor<Table, Key>::doRetrieveHwIndex(const Key& key) const {
    const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();
-   return allocator->index(Fwk::typeOf<Key>(), keyAddress(key));
+   return allocator->index(Traits::allocatorKey(key));
 }
 
 // --- the walk ---

@@ -21,7 +21,7 @@ void SwTable::Accessor<Table, Key>::bindKeyToIndex(const Key& key, Index& hwInde
    bool bound;
    {
       const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();
-      bound = allocator->recoverIndexForKey(actualIndex, Fwk::typeOf<Key>(), keyAddress(key));
+      bound = allocator->recoverIndexForKey(actualIndex, Traits::allocatorKey(key));
    }
    if (bound) {
       return;
@@ -45,7 +45,7 @@ bool SwTable::Accessor<Table, Key>::reconcileUsingHwIndex(const Key& key, Index 
    if (compareHwEntry && !utilIfExists()->compareHwEntries(swTable_, hwIndex, entry)) {
       return false;
    }
-   const bool bound = allocator->recoverIndexForKey(hwIndex, Fwk::typeOf<Key>(), keyAddress(key));
+   const bool bound = allocator->recoverIndexForKey(hwIndex, Traits::allocatorKey(key));
    FWK_ASSERT(bound, "recoverIndexForKey");
    return true;
 }

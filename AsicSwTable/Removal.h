@@ -112,8 +112,7 @@ void SwTable::Accessor<Table, Key>::releaseBoundIndex(const Key& key) {
       return;
    }
    const Fwk::Ptr<FirstFreeIndexAllocator> allocator = swTable_->indexAllocator();
-   GenericIndexAllocator::releaseIndexFromTable(*allocator, Fwk::typeOf<Key>(), keyAddress(key),
-                                                swTable_);
+   GenericIndexAllocator::releaseIndexFromTable(*allocator, Traits::allocatorKey(key), swTable_);
 }
 
 template <class Table, class Key>

@@ -3,29 +3,9 @@
 // dependent field.
 #pragma once
 
-#include <limits>
-#include <stdexcept>
-#include <string>
-
 #include "AsicSwTable/SwTableAccessor.h"
 #include "AsicSwTable/Tracing.h"
 #include "Fwk/Assert.h"
-
-namespace Asic::Detail {
-
-// Checked narrowing of an unsigned value into a narrower unsigned field.
-template <class To, class From>
-To raise_cast_integral(From value) {
-   static_assert(std::is_same_v<To, unsigned char> && std::is_same_v<From, unsigned int>,
-                 "the message below names these two types");
-   if (value > std::numeric_limits<To>::max()) {
-      throw std::range_error("Casting values: cast from unsigned int{ " + std::to_string(value) +
-                             " } to unsigned char (max = 255) failed.");
-   }
-   return static_cast<To>(value);
-}
-
-}  // namespace Asic::Detail
 
 namespace Asic {
 
@@ -40,22 +20,14 @@ void SwTable::Accessor<Table, Key>::initUnresolvedEntry(const Fwk::Ptr<Unresolve
                                                         const Entry& entry) {
    SW_RING_TRACE("initUnresolvedEntry");
    SW_TRACE(6, "initUnresolvedEntry", ": key:" << ue->key());
-   Entry& value = ue->entry;
-   if (value.l3IifProfileIndexHandle != entry.l3IifProfileIndexHandle) {
-      value.l3IifProfileIndexHandle = entry.l3IifProfileIndexHandle;
-   }
-   value.l3IifProfileIndex = entry.l3IifProfileIndex;
-   value.ipv4UcEnable = entry.ipv4UcEnable;
-   value.ipv6UcEnable = entry.ipv6UcEnable;
-   value.trustDscp = entry.trustDscp;
-   value.vrf = entry.vrf;
+   ue->entry = entry;
    initUnresolvedEntry(ue);
 }
 
 template <class Table, class Key>
 void SwTable::Accessor<Table, Key>::initUnresolvedEntry(const Fwk::Ptr<UnresolvedEntry>& ue) {
    const Util* util = utilIfExists();
-   const auto& needed = ue->entry.l3IifProfileIndexHandle;
+   const auto& needed = Traits::neededHandle(ue->entry);
    const bool publishIndex = util != nullptr && util->publishHwIndexInHandle();
    if (needed && !SwTableBase::neededEntryHandleReady(*needed, publishIndex)) {
       ue->neededEntryHandleSmIs(needed);
@@ -82,13 +54,10 @@ void SwTable::Accessor<Table, Key>::doResolve(UnresolvedEntry* ue) {
        resolved && resolved->has_value() && !(**resolved == Entry())) {
       eh->pendingEntryEnq(**resolved);
    }
-   if (const auto& h = ue->entry.l3IifProfileIndexHandle) {
-      const Index x = SwTableBase::getHwIndexForDependentField(h);
-      if (h->entryState() == SwTableBase::stateThree) {
-         ue->entry.l3IifProfileIndex = static_cast<std::uint8_t>(x);
-      } else {
-         ue->entry.l3IifProfileIndex = Detail::raise_cast_integral<unsigned char, unsigned int>(x);
-      }
+   // A needed handle in stateThree gives its index unchecked: the field keeps its low bits.
+   if (const auto& h = Traits::neededHandle(ue->entry)) {
+      Traits::dependentFieldIs(ue->entry, SwTableBase::getHwIndexForDependentField(h),
+                               h->entryState() != SwTableBase::stateThree);
    }
    SW_TRACE(6, "doResolve", ": key:" << key);
    setResolvedEntry(key, OptionalEntry(ue->entry));

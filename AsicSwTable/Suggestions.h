@@ -39,10 +39,9 @@ void SwTable::Accessor<Table, Key>::suggestIndexToNeededTable(const Entry& swEnt
                                                               const Entry& syncedEntry) {
    SW_TRACE(8, "suggestIndexToNeededTable",
             ": swEntry:" << swEntry << ", syncedEntry:" << syncedEntry);
-   const auto& h = swEntry.l3IifProfileIndexHandle;
+   const auto& h = Traits::neededHandle(swEntry);
    if (h && h->entryState() == SwTableBase::unresolved) {
-      SwTableBase::suggestIndicesToNeededEntryHandle(
-          h, IndexSet{static_cast<Index>(syncedEntry.l3IifProfileIndex)});
+      SwTableBase::suggestIndicesToNeededEntryHandle(h, IndexSet{Traits::suggestion(syncedEntry)});
    }
 }
 

@@ -3,13 +3,16 @@
 // acknowledged hardware row and back to deletion, and through a hitless restart.
 //
 // Everything that varies between tables lives in the table type (its collections, Entry, handles,
-// Util) and in traits (Asic::Trait); the engine never asks which table it drives. The operations
+// Util) and in its traits (Asic::TableTraits, TableTraits.h: all the engine knows of the table's
+// key and entry); the engine never asks which table it drives. The operations
 // are defined one concern per file (see README.md); SwTableAccessorImpl.h includes them all and
 // is included once, by the table's own translation unit, which instantiates the engine.
 //
-// All operations run synchronously on the table's thread. Several call back into each other
-// through the table's collection mutators and the handles' hooks; each operation's contract below
-// says what it changes and what it may call.
+// All operations run synchronously on the table's owning thread (docs/ARCHITECTURE.md,
+// "Threads"): every table operation and handle hook builds an accessor, which builds with debug
+// checks stop on any other thread. Several operations call back into each other through the
+// table's collection mutators and the handles' hooks; each operation's contract below says what it
+// changes and what it may call.
 //
 // Restart rule: from the read-back (syncEntries) to the purge (purgeStaleEntries) clients may act
 // as at any other time. A row read back is held in the allocator until its own key claims it
@@ -23,6 +26,8 @@
 #include <variant>
 
 #include "Asic/SwUnknownIndexTable.h"
+#include "AsicSwTable/TableTraits.h"
+#include "Fwk/Assert.h"
 #include "Fwk/Ptr.h"
 
 namespace Asic {
@@ -35,10 +40,18 @@ class SwTable::Accessor {
    using EntryHandle = typename MutableTable::EntryHandle;
    using UnresolvedEntry = typename MutableTable::UnresolvedEntry;
    using Util = typename MutableTable::Util;
+   using Traits = TableTraits<MutableTable>;
    using OptionalEntry = std::optional<Entry>;
    using HandlePtr = Fwk::Ptr<const SwTableBase::EntryHandle>;
+   static_assert(TableTraitsOf<Traits, Key, Entry>,
+                 "a table supplies its key's and entry's traits as Asic::TableTraits<Table> "
+                 "(AsicSwTable/TableTraits.h)");
 
-   explicit Accessor(Table* table) noexcept : swTable_(table) {}
+   explicit Accessor(Table* table) noexcept : swTable_(table) {
+      FWK_DEBUG_ASSERT_MSG(table == nullptr || table->onOwningThread(), "onOwningThread()",
+                           "a table's operations and the last release of its handles run on the "
+                           "thread that made the table (docs/ARCHITECTURE.md, \"Threads\")");
+   }
 
    // --- client write path ---
    // Reference the entry: it lives while clients hold the returned handle. Never null. May run
@@ -150,7 +163,6 @@ class SwTable::Accessor {
    void removeAtOnce(EntryHandle* entryHandle);
    void releaseBoundIndex(const Key& key);
    void entryTypeIs(EntryHandle* handle, std::uint8_t type) const noexcept;
-   const Key* keyAddress(const Key& key) const noexcept { return &key; }
 
    Table* swTable_;
 };

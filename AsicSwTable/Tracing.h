@@ -13,6 +13,10 @@ namespace Asic::Detail {
 template <class Table>
 inline const Fwk::Trace::Handle engineTraceHandle{Table::kTypeName, false};
 
+// The "SwTableStat" handle of every table's statistics line (purgeStaleEntries), created when
+// the library is loaded.
+const Fwk::Trace::Handle& statisticsTraceHandle();
+
 }  // namespace Asic::Detail
 
 // SW_TRACE(8, "handleEntry", " key: " << key): a line of the engine's handle for the table type

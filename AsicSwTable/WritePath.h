@@ -72,9 +72,9 @@ typename SwTable::Accessor<Table, Key>::HandlePtr SwTable::Accessor<Table, Key>:
    }
    if (const OptionalEntry* resolved = swTable_->resolvedEntry(key);
        resolved && resolved->has_value() && **resolved == entry) {
-      SW_TRACE(5, op,
-               " : Found already existing resolved entry at key : " << key << ", entry : "
-                                                                    << entry);
+      SW_TRACE(
+          5, op,
+          " : Found already existing resolved entry at key : " << key << ", entry : " << entry);
       Fwk::Ptr<EntryHandle> handle = validEntryHandle(key);
       holdForWrite(handle.get(), kind, false);
       handle->entryStateIs(handle->resolvedEntryState());

@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "BenchChip.h"
+#include "BenchTable.h"
 
 namespace Bench {
 

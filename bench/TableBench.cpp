@@ -31,7 +31,7 @@
 
 #include "AllocCounter.h"
 #include "Baseline.h"
-#include "BenchChip.h"
+#include "BenchTable.h"
 #include "Fwk/Trace.h"
 
 namespace Bench {
@@ -92,7 +92,7 @@ Entry valueOf(const Fwk::Ptr<ProfileHandle>& profile, std::uint64_t i, std::uint
 
 // The row the chip holds for that value.
 Row rowFor(std::uint64_t i, std::uint32_t generation) {
-   return Row{true, true, (i & 1U) != 0, false, kProfileIndex, vrfOf(i, generation)};
+   return Row{true, kProfileIndex, true, (i & 1U) != 0, false, vrfOf(i, generation)};
 }
 
 bool changedAt(std::uint64_t i, std::int64_t percent) {
@@ -187,7 +187,7 @@ void commitAll(Instance& in, const std::vector<L3TunnelIntfKey>& keys,
    ChipUtil& util = *in.util;
    for (std::size_t i = 0; i < keys.size(); ++i) {
       handles.push_back(t.entryCommit(keys[i], valueOf(profile, i, generation)));
-      util.deliverCompletions(t);
+      util.ackAll(t);
    }
 }
 
@@ -262,7 +262,7 @@ void recommit(benchmark::State& state, bool ours) {
          state.SetIterationTime(measured(m, n, [&] {
             for (std::uint32_t i = 0; i < n; ++i) {
                t.entryCommit(keys[i], valueOf(profile, i, generation));
-               in.util->deliverCompletions(t);
+               in.util->ackAll(t);
             }
          }));
       }
@@ -289,7 +289,7 @@ void recommit(benchmark::State& state, bool ours) {
 }
 
 // Removal: entryRemove, the client's handle released, the delete dance to its end (the empty row
-// acknowledged, the row deleted and that deletion's completion delivered too).
+// acknowledged and the row deleted).
 void removal(benchmark::State& state, bool ours) {
    const auto n = static_cast<std::uint32_t>(state.range(0));
    const auto keys = keysFor(n);
@@ -307,7 +307,7 @@ void removal(benchmark::State& state, bool ours) {
             for (std::uint32_t i = 0; i < n; ++i) {
                t.entryRemove(keys[i]);
                handles[i] = nullptr;
-               in.util->deliverCompletions(t);
+               in.util->ackAll(t);
             }
          }));
          BENCH_CHECK(state, t.entrys() == 0 && t.resolvedEntrys() == 0);
@@ -372,7 +372,7 @@ void restart(benchmark::State& state, bool ours) {
             }
             t.doInitComplete();
             t.purgeStaleEntries();
-            after.util->deliverCompletions(t);
+            after.util->ackAll(t);
          }));
          BENCH_CHECK(state, chip->writes - writesBefore == changed);
          BENCH_CHECK(state, t.syncedEntrys() == 0 && chip->validRows() == n);
@@ -475,7 +475,7 @@ void memory(benchmark::State& state, bool ours) {
             for (std::uint32_t i = 0; i < n; ++i) {
                const Heap::Snapshot c0 = Heap::now();
                t.entryCommit(keys[i], valueOf(profile, i, 0));
-               in.util->deliverCompletions(t);
+               in.util->ackAll(t);
                minPerCommit = std::min(minPerCommit, Heap::now().allocations - c0.allocations);
             }
             const Heap::Snapshot h2 = Heap::now();
@@ -564,32 +564,32 @@ int allocBreakdown() {
       // re-commit and remove one of them, so that what is built once per process is built.
       for (std::uint32_t i = 0; i + 2 < n; ++i) {
          handles.push_back(t.entryCommit(keys[i], valueOf(profile, i, 0)));
-         in.util->deliverCompletions(t);
+         in.util->ackAll(t);
       }
       t.entryCommit(keys[0], valueOf(profile, 0, 1));
-      in.util->deliverCompletions(t);
+      in.util->ackAll(t);
       t.entryRemove(keys[0]);
       handles[0] = nullptr;
-      in.util->deliverCompletions(t);
+      in.util->ackAll(t);
       const std::uint32_t last = n - 2;
       Heap::recordingBegin();
       handles.push_back(t.entryCommit(keys[last], valueOf(profile, last, 0)));
       printRecorded("commit", Heap::recordingEnd(sizes), sizes);
       Heap::recordingBegin();
-      in.util->deliverCompletions(t);
+      in.util->ackAll(t);
       printRecorded("  its acknowledgement", Heap::recordingEnd(sizes), sizes);
       Heap::recordingBegin();
       t.entryCommit(keys[last], valueOf(profile, last, 1));
       printRecorded("re-commit (changed value)", Heap::recordingEnd(sizes), sizes);
       Heap::recordingBegin();
-      in.util->deliverCompletions(t);
+      in.util->ackAll(t);
       printRecorded("  its acknowledgement", Heap::recordingEnd(sizes), sizes);
       Heap::recordingBegin();
       t.entryRemove(keys[last]);
       handles.back() = nullptr;
       printRecorded("removal and handle release", Heap::recordingEnd(sizes), sizes);
       Heap::recordingBegin();
-      in.util->deliverCompletions(t);
+      in.util->ackAll(t);
       printRecorded("  the delete dance's acks", Heap::recordingEnd(sizes), sizes);
       handles.clear();
       in.dieQuietly();

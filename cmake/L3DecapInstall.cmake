@@ -35,7 +35,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/ ${PROJECT_SOURCE_DIR}/AsicSwTa
         DESTINATION ${L3DECAP_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/sim DESTINATION ${L3DECAP_INSTALL_INCLUDEDIR}
-        FILES_MATCHING PATTERN "*.h" PATTERN "plugin" EXCLUDE)
+        FILES_MATCHING PATTERN "*.h" PATTERN "plugin" EXCLUDE PATTERN "fake" EXCLUDE)
 
 # --- libraries ---
 # The headers need C++20; say so to the consumers of the exported targets.

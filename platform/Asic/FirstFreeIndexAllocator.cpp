@@ -88,22 +88,42 @@ std::uint32_t FirstFreeIndexAllocator::keyTypeNumberIs(const Fwk::TypeDescriptor
       return number;
    }
    keyTypes_.push_back(&type);
+   wideKeys_.emplace_back();
    return static_cast<std::uint32_t>(keyTypes_.size());
 }
 
-void FirstFreeIndexAllocator::bind(Index i, std::uint32_t type, std::uint64_t bits) {
+const std::byte* FirstFreeIndexAllocator::wideKeyAt(std::uint32_t type, Index i) const noexcept {
+   if (type == kNoKeyType || !keyTypes_[type - 1]->wideKey()) {
+      return nullptr;
+   }
+   return wideKeys_[type - 1].data() + std::size_t{i} * keyTypes_[type - 1]->keySize();
+}
+
+bool FirstFreeIndexAllocator::sameWideKey(Index i, const OwnerKey& key) const noexcept {
+   return std::memcmp(wideKeyAt(key.type, i), key.wide, keyTypes_[key.type - 1]->keySize()) == 0;
+}
+
+void FirstFreeIndexAllocator::bind(Index i, const OwnerKey& key) {
+   if (key.wide != nullptr) {
+      const std::size_t size = keyTypes_[key.type - 1]->keySize();
+      std::vector<std::byte>& bytes = wideKeys_[key.type - 1];
+      if (bytes.size() < ownerTypes_.size() * size) {
+         bytes.resize(ownerTypes_.size() * size);
+      }
+      std::memcpy(bytes.data() + std::size_t{i} * size, key.wide, size);
+   }
    if (!bitSet(heldBack_, i)) {
       markTaken(i);
    }
-   ownerTypes_[i] = type;
-   ownerBits_[i] = bits;
-   const auto hashTop = static_cast<std::uint32_t>(ByKeyTraits::hash({type, bits}) >> 32);
+   ownerTypes_[i] = key.type;
+   ownerBits_[i] = key.bits;
+   const auto hashTop = static_cast<std::uint32_t>(ByKeyTraits::hash(key) >> 32);
    byKey_.insert({i, hashTop});
    ++used_;
 }
 
 void FirstFreeIndexAllocator::unbind(Index i) noexcept {
-   byKey_.erase({ownerTypes_[i], ownerBits_[i]});
+   byKey_.erase(ownerKeyAt(i));
    ownerTypes_[i] = kNoKeyType;
    ownerBits_[i] = 0;
    if (!bitSet(heldBack_, i)) {
@@ -112,26 +132,25 @@ void FirstFreeIndexAllocator::unbind(Index i) noexcept {
    --used_;
 }
 
-Index FirstFreeIndexAllocator::indexAcquire(const Fwk::TypeDescriptor& type, const void* key) {
-   const std::uint32_t number = keyTypeNumberIs(type);
-   const std::uint64_t bits = type.keyBits(key);
-   if (const Index bound = boundIndex(number, bits); bound != kInvalidIndex) {
+Index FirstFreeIndexAllocator::indexAcquire(const KeyRef& key) {
+   const OwnerKey owner = ownerKeyOf(keyTypeNumberIs(*key.type), key);
+   if (const Index bound = boundIndex(owner); bound != kInvalidIndex) {
       return bound;
    }
    const Index i = lowestFree();
    if (i != kInvalidIndex) {
-      bind(i, number, bits);
+      bind(i, owner);
    }
    return i;
 }
 
-Index FirstFreeIndexAllocator::index(const Fwk::TypeDescriptor& type, const void* key) const {
-   const std::uint32_t number = keyTypeNumber(type);
-   return number == kNoKeyType ? kInvalidIndex : boundIndex(number, type.keyBits(key));
+Index FirstFreeIndexAllocator::index(const KeyRef& key) const {
+   const std::uint32_t number = keyTypeNumber(*key.type);
+   return number == kNoKeyType ? kInvalidIndex : boundIndex(ownerKeyOf(number, key));
 }
 
-Index FirstFreeIndexAllocator::boundIndex(std::uint32_t type, std::uint64_t bits) const {
-   const ByKeyTraits::Slot* slot = byKey_.find({type, bits});
+Index FirstFreeIndexAllocator::boundIndex(const OwnerKey& key) const {
+   const ByKeyTraits::Slot* slot = byKey_.find(key);
    return slot ? slot->index : kInvalidIndex;
 }
 
@@ -139,30 +158,33 @@ std::optional<GenericKey> FirstFreeIndexAllocator::owner(Index index) const {
    if (index >= ownerTypes_.size() || ownerTypes_[index] == kNoKeyType) {
       return std::nullopt;
    }
-   return GenericKey{keyTypes_[ownerTypes_[index] - 1], ownerBits_[index]};
+   const std::uint32_t type = ownerTypes_[index];
+   GenericKey key(keyTypes_[type - 1], ownerBits_[index]);
+   if (const std::byte* wide = wideKeyAt(type, index)) {
+      key.wide.assign(wide, wide + key.type->keySize());
+   }
+   return key;
 }
 
-void FirstFreeIndexAllocator::indexRelease(const Fwk::TypeDescriptor& type, const void* key) {
-   const Index i = index(type, key);
+void FirstFreeIndexAllocator::indexRelease(const KeyRef& key) {
+   const Index i = index(key);
    if (i != kInvalidIndex) {
       unbind(i);
    }
 }
 
-bool FirstFreeIndexAllocator::recoverIndexForKey(Index index, const Fwk::TypeDescriptor& type,
-                                                 const void* key) {
+bool FirstFreeIndexAllocator::recoverIndexForKey(Index index, const KeyRef& key) {
    if (index >= ownerTypes_.size()) {
       return false;
    }
-   const std::uint32_t number = keyTypeNumberIs(type);
-   const std::uint64_t bits = type.keyBits(key);
+   const OwnerKey owner = ownerKeyOf(keyTypeNumberIs(*key.type), key);
    if (ownerTypes_[index] != kNoKeyType) {
-      return ownedBy(index, number, bits);
+      return ownedBy(index, owner);
    }
-   if (boundIndex(number, bits) != kInvalidIndex) {
+   if (boundIndex(owner) != kInvalidIndex) {
       return false;  // the key holds another index already
    }
-   bind(index, number, bits);
+   bind(index, owner);
    return true;
 }
 
@@ -233,9 +255,8 @@ void FirstFreeIndexAllocator::tableDel(const SwTable* table) noexcept {
 }
 
 void GenericIndexAllocator::releaseIndexFromTable(FirstFreeIndexAllocator& allocator,
-                                                  const Fwk::TypeDescriptor& keyType,
-                                                  const void* key, const SwTable* /*table*/) {
-   allocator.indexRelease(keyType, key);
+                                                  const KeyRef& key, const SwTable* /*table*/) {
+   allocator.indexRelease(key);
 }
 
 namespace {

@@ -17,9 +17,14 @@
 // scans even at a million indices.
 #pragma once
 
+#include <array>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Asic/Types.h"
@@ -30,14 +35,49 @@ namespace Asic {
 
 class SwTable;
 
-// A key as the allocator knows it: its type and its bits.
+// A key as the allocator knows it: its type and its bits (Fwk::TypeDescriptor::keyBits). A key
+// wider than 64 bits is known by its bytes too: its bits are their hash.
 struct GenericKey {
+   GenericKey() = default;
+   GenericKey(const Fwk::TypeDescriptor* keyType, std::uint64_t keyBits,
+              std::vector<std::byte> wideBytes = {})
+       : type(keyType), bits(keyBits), wide(std::move(wideBytes)) {}
+
    const Fwk::TypeDescriptor* type = nullptr;
    std::uint64_t bits = 0;
+   std::vector<std::byte> wide;  // a wider key's bytes; empty otherwise
 
    bool operator==(const GenericKey&) const = default;
    // The key's text form ("none" for no key).
-   std::string text() const { return type ? type->keyText(bits) : std::string("none"); }
+   std::string text() const {
+      return type == nullptr   ? std::string("none")
+             : type->wideKey() ? type->keyTextAt(wide.data())
+                               : type->keyText(bits);
+   }
+};
+
+// The key an allocator operation is about, borrowed from its caller for the call: its type, its
+// bits, and the bytes of a key wider than 64 bits.
+struct KeyRef {
+   const Fwk::TypeDescriptor* type;
+   std::uint64_t bits;
+   const void* wide;  // null for a key of at most 64 bits
+
+   template <class K>
+   static KeyRef of(const K& key) noexcept {
+      const Fwk::TypeDescriptor& t = Fwk::typeOf<K>();
+      if constexpr (sizeof(K) <= sizeof(std::uint64_t)) {
+         std::uint64_t bits = 0;
+         std::memcpy(&bits, &key, sizeof(K));
+         return KeyRef{&t, bits, nullptr};
+      } else {
+         return KeyRef{&t, t.keyBits(&key), &key};
+      }
+   }
+   // A key of a described type given by address.
+   static KeyRef at(const Fwk::TypeDescriptor& type, const void* key) noexcept {
+      return KeyRef{&type, type.keyBits(key), type.wideKey() ? key : nullptr};
+   }
 };
 
 class FirstFreeIndexAllocator : public Fwk::Entity {
@@ -59,19 +99,36 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    bool initialized() const noexcept { return initialized_; }
    void initializedIs(bool initialized) noexcept { initialized_ = initialized; }
 
+   // Keys come as a KeyRef, or as the address of a key of a described type.
+   //
    // The key's index: the one bound to it, else the lowest free one (now bound to the key), else
    // the invalid index.
-   Index indexAcquire(const Fwk::TypeDescriptor& type, const void* key);
+   Index indexAcquire(const KeyRef& key);
+   Index indexAcquire(const Fwk::TypeDescriptor& type, const void* key) {
+      return indexAcquire(KeyRef::at(type, key));
+   }
    // The index bound to the key, or the invalid index.
-   Index index(const Fwk::TypeDescriptor& type, const void* key) const;
+   Index index(const KeyRef& key) const;
+   Index index(const Fwk::TypeDescriptor& type, const void* key) const {
+      return index(KeyRef::at(type, key));
+   }
    // The key bound to an index, whatever its type; empty when no key holds it.
    std::optional<GenericKey> owner(Index index) const;
+   // The key bound to an index when it is a K.
+   template <class K>
+   std::optional<K> ownerKey(Index index) const noexcept;
    // Unbinds the key's index (nothing if it holds none).
-   void indexRelease(const Fwk::TypeDescriptor& type, const void* key);
+   void indexRelease(const KeyRef& key);
+   void indexRelease(const Fwk::TypeDescriptor& type, const void* key) {
+      indexRelease(KeyRef::at(type, key));
+   }
 
    // Restart: binds `index` to the key. True when the index is now bound to the key (it was
    // free or held back, or already bound to the key); false when another key holds it.
-   bool recoverIndexForKey(Index index, const Fwk::TypeDescriptor& type, const void* key);
+   bool recoverIndexForKey(Index index, const KeyRef& key);
+   bool recoverIndexForKey(Index index, const Fwk::TypeDescriptor& type, const void* key) {
+      return recoverIndexForKey(index, KeyRef::at(type, key));
+   }
    // Holds a read-back row's index back from free-index search until it is claimed or made
    // available. An index outside the index space, or bound already, is not the allocator's to
    // hold.
@@ -114,21 +171,36 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    // has never bound; keyTypeNumberIs also gives a new type its number.
    std::uint32_t keyTypeNumber(const Fwk::TypeDescriptor& type) const noexcept;
    std::uint32_t keyTypeNumberIs(const Fwk::TypeDescriptor& type);
-   bool ownedBy(Index i, std::uint32_t type, std::uint64_t bits) const noexcept {
-      return ownerTypes_[i] == type && ownerBits_[i] == bits;
-   }
-   void bind(Index i, std::uint32_t type, std::uint64_t bits);
-   void unbind(Index i) noexcept;
 
    // Key-type numbers start at 1; 0 stands for no key (an index without owner).
    static constexpr std::uint32_t kNoKeyType = 0;
-   // The index by key. A slot holds a bound index and the top half of its key's hash: the key is
-   // in the owner arrays already, which a probe reads only for the slot that is almost surely the
-   // key's (8 B a slot instead of the 16 B of a copy of the key).
+   // A key by its type's number in this allocator, its bits and, for a key wider than 64 bits,
+   // its bytes (borrowed).
    struct OwnerKey {
       std::uint32_t type;
       std::uint64_t bits;
+      const void* wide = nullptr;
    };
+   OwnerKey ownerKeyOf(std::uint32_t type, const KeyRef& key) const noexcept {
+      return OwnerKey{type, key.bits, key.wide};
+   }
+   // The key bound to index i, its bytes where the allocator keeps them.
+   OwnerKey ownerKeyAt(Index i) const noexcept {
+      return OwnerKey{ownerTypes_[i], ownerBits_[i], wideKeyAt(ownerTypes_[i], i)};
+   }
+   bool ownedBy(Index i, const OwnerKey& key) const noexcept {
+      return ownerTypes_[i] == key.type && ownerBits_[i] == key.bits &&
+             (key.wide == nullptr || sameWideKey(i, key));
+   }
+   bool sameWideKey(Index i, const OwnerKey& key) const noexcept;
+   // Where the bytes of the wide key bound to index i are kept (null for a narrower key type).
+   const std::byte* wideKeyAt(std::uint32_t type, Index i) const noexcept;
+   void bind(Index i, const OwnerKey& key);
+   void unbind(Index i) noexcept;
+
+   // The index by key. A slot holds a bound index and the top half of its key's hash: the key is
+   // in the owner arrays already, which a probe reads only for the slot that is almost surely the
+   // key's (8 B a slot instead of the 16 B of a copy of the key).
    struct ByKeyTraits {
       struct Slot {
          Index index = kInvalidIndex;
@@ -144,12 +216,12 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
          return std::uint64_t{slot.hashTop} << 32;
       }
       bool holds(const Slot& slot, const Key& key, std::uint64_t hash) const noexcept {
-         return slot.hashTop == (hash >> 32) && allocator->ownedBy(slot.index, key.type, key.bits);
+         return slot.hashTop == (hash >> 32) && allocator->ownedBy(slot.index, key);
       }
       const FirstFreeIndexAllocator* allocator;
    };
    // The index bound to the key, or the invalid index.
-   Index boundIndex(std::uint32_t type, std::uint64_t bits) const;
+   Index boundIndex(const OwnerKey& key) const;
 
    std::string name_;
    std::uint32_t numIndices_ = 0;
@@ -164,15 +236,37 @@ class FirstFreeIndexAllocator : public Fwk::Entity {
    std::vector<std::uint32_t> ownerTypes_;
    std::vector<std::uint64_t> ownerBits_;
    std::vector<const Fwk::TypeDescriptor*> keyTypes_;  // by number, from 1
+   // The bytes of the wide keys bound to each index, by key-type number (from 1; empty for
+   // narrower key types): keySize() bytes an index, grown to the highest index bound.
+   std::vector<std::vector<std::byte>> wideKeys_;
    Fwk::ProbedTable<ByKeyTraits> byKey_{ByKeyTraits{this}};
    std::vector<const SwTable*> tables_;
 };
 
+template <class K>
+std::optional<K> FirstFreeIndexAllocator::ownerKey(Index index) const noexcept {
+   const std::uint32_t type = index < ownerTypes_.size() ? ownerTypes_[index] : kNoKeyType;
+   if (type == kNoKeyType || keyTypes_[type - 1] != &Fwk::typeOf<K>()) {
+      return std::nullopt;
+   }
+   std::array<std::byte, sizeof(K)> bytes;
+   if constexpr (sizeof(K) <= sizeof(std::uint64_t)) {
+      std::memcpy(bytes.data(), &ownerBits_[index], sizeof(K));
+   } else {
+      std::memcpy(bytes.data(), wideKeyAt(type, index), sizeof(K));
+   }
+   return std::bit_cast<K>(bytes);
+}
+
 // Releases the key's index (the generic allocator operation the engine calls by name).
 struct GenericIndexAllocator {
+   static void releaseIndexFromTable(FirstFreeIndexAllocator& allocator, const KeyRef& key,
+                                     const SwTable* table);
    static void releaseIndexFromTable(FirstFreeIndexAllocator& allocator,
                                      const Fwk::TypeDescriptor& keyType, const void* key,
-                                     const SwTable* table);
+                                     const SwTable* table) {
+      releaseIndexFromTable(allocator, KeyRef::at(keyType, key), table);
+   }
 };
 
 // The registry of shared allocators: one allocator per allocator type, handed to every table that

@@ -11,11 +11,7 @@
 
 #include "Asic/Types.h"
 #include "Fwk/Entity.h"
-
-namespace Vosk {
-class MountGroup;
-class EntityManager;
-}  // namespace Vosk
+#include "Vosk/Forward.h"
 
 namespace Asic {
 
@@ -25,12 +21,12 @@ struct ChipInfo {
 };
 
 class HwTableRecoverGroup : public Fwk::Entity {
-  public:
+ public:
    static constexpr std::string_view kTypeName = "Asic::HwTableRecoverGroup";
    explicit HwTableRecoverGroup(std::string name) : name_(std::move(name)) {}
    const std::string& name() const noexcept { return name_; }
 
-  private:
+ private:
    std::string name_;
 };
 

@@ -10,15 +10,12 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <thread>
 
 #include "Asic/Feature.h"
 #include "Asic/SwTableBase.h"
 #include "Asic/Types.h"
-
-namespace Vosk {
-class MountGroup;
-class EntityManager;
-}  // namespace Vosk
+#include "Vosk/Forward.h"
 
 namespace Asic {
 
@@ -28,7 +25,7 @@ class HwTableRecoverGroup;
 struct ChipInfo;
 
 class SwTable : public SwTableBase {
-  public:
+ public:
    static constexpr std::string_view kTypeName = "Asic::SwTable";
 
    enum ReconciliationStatus : std::uint8_t {
@@ -100,6 +97,11 @@ class SwTable : public SwTableBase {
    void updateStatistic(ReconciliationStatus status) noexcept { ++statistics_.counts.at(status); }
    const Statistics& statistics() const noexcept { return statistics_; }
 
+   // Whether the calling thread is the table's owning thread, the one that made it: every
+   // operation of the table and the last release of each of its handles run there
+   // (docs/ARCHITECTURE.md, "Threads").
+   bool onOwningThread() const noexcept { return std::this_thread::get_id() == owningThread_; }
+
    // The entry handle of a key given by address (the write-response path), or null.
    virtual Fwk::Ptr<EntryHandle> getEntryHandle(const void* key) const = 0;
 
@@ -109,12 +111,13 @@ class SwTable : public SwTableBase {
    virtual void syncEntries() {}
    virtual void purgeStaleEntries() {}
 
-  protected:
+ protected:
    explicit SwTable(std::string name);
    ~SwTable() override;
 
-  private:
+ private:
    std::string name_;
+   std::thread::id owningThread_ = std::this_thread::get_id();
    Fwk::Ptr<Util> util_;
    Fwk::Ptr<HwTable> hwTable_;
    Fwk::Ptr<const ChipProfile> chipProfile_;
@@ -134,7 +137,7 @@ std::ostream& operator<<(std::ostream& os, const SwTable::Statistics& statistics
 // A handle of a table that writes hardware: adds the state of the key's resolved entry in
 // hardware.
 class SwTable::EntryHandle : public SwTableBase::EntryHandle {
-  public:
+ public:
    // Stores the state and publishes it; when it changed, runs handleResolvedEntryState().
    void resolvedEntryStateIs(EntryState state);
    // The platform's hook for a handle whose references are being given up. Our handles keep
@@ -142,14 +145,14 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
    // so there is nothing for the platform to adjust; the handle stays fully usable.
    void doAmendReferences() noexcept {}
 
-  protected:
+ protected:
    EntryHandle() = default;
    virtual void handleResolvedEntryState() {}
 };
 
 // Index suggestions received for one entry handle of an unknown-index table: candidate indices.
 class SwTable::IndexHelper : public Fwk::PtrInterface {
-  public:
+ public:
    bool has(Index i) const noexcept;
    // Adds a candidate (once).
    void indexIs(Index i);
@@ -158,7 +161,7 @@ class SwTable::IndexHelper : public Fwk::PtrInterface {
    // Candidates in no particular order. Iterate over a copy if the walk may remove candidates.
    const std::vector<Index>& indices() const noexcept { return indices_; }
 
-  private:
+ private:
    std::vector<Index> indices_;  // a handful at most; a vector beats a hash set here
 };
 
@@ -168,22 +171,22 @@ namespace Asic {
 
 // An unresolved entry of a table that writes hardware; remembers the table that created it.
 class SwTable::UnresolvedEntry : public SwTableBase::UnresolvedEntry {
-  public:
+ public:
    SwTable* swTableBase() const noexcept { return swTable_; }
    // Whether the table's Util publishes indices in handles (false without a Util).
    bool publishHwIndexInHandle() const override;
 
-  protected:
+ protected:
    explicit UnresolvedEntry(SwTable* table) noexcept : swTable_(table) {}
 
-  private:
+ private:
    SwTable* swTable_;
 };
 
 // Base of every table's utility object: the feature through which the engine reaches the chip.
 // A chip-specific plug-in derives the table's own Util from it.
 class SwTable::Util : public Feature {
-  public:
+ public:
    static constexpr std::string_view kTypeName = "Asic::SwTable::Util";
 
    // When set, programming records the written index in the entry handle, and a needed handle
@@ -205,10 +208,10 @@ class SwTable::Util : public Feature {
                                             const Fwk::Ptr<Vosk::MountGroup>& mg,
                                             const std::string& name);
 
-  protected:
+ protected:
    explicit Util(const std::string& name) : Feature(name) {}
 
-  private:
+ private:
    bool publishHwIndexInHandle_ = false;
 };
 

@@ -11,7 +11,7 @@
 namespace Fwk {
 
 class Entity : public PtrInterface {
-  public:
+ public:
    static constexpr std::string_view kTypeName = "Fwk::Entity";
 
    // The entity's type descriptor; each concrete entity type returns its own.
@@ -28,30 +28,33 @@ class Entity : public PtrInterface {
    // previous value's text is only built when someone observes.
    void notify(std::string_view attribute, ChangeKey key = {}) const {
       if (publisher_.hasObservers()) [[unlikely]] {
-         publisher_.publish(Change{this, attribute, key, std::nullopt});
+         publisher_.publish(Change{this, attribute, key, std::nullopt, {}});
       }
    }
-   // Same for the member keyed by `key`, a small key type: its ChangeKey too is only built when
+   // Same for the member keyed by `key`, a key type: its ChangeKey too is only built when
    // someone observes.
    template <class K>
    void notify(std::string_view attribute, const K& key) const {
       if (publisher_.hasObservers()) [[unlikely]] {
-         publisher_.publish(Change{this, attribute, ChangeKey::of(key), std::nullopt});
+         const TypeDescriptor& type = typeOf<K>();
+         publisher_.publish(Change{this, attribute, ChangeKey::of(key), std::nullopt,
+                                   type.wideKey() ? type.keyTextAt(&key) : std::string()});
       }
    }
    template <class PreviousText>
    void notifyWithPrevious(std::string_view attribute, ChangeKey key,
                            const PreviousText& previous) const {
       if (publisher_.hasObservers()) [[unlikely]] {
-         publisher_.publish(Change{this, attribute, key, std::optional<std::string>(previous())});
+         publisher_.publish(
+             Change{this, attribute, key, std::optional<std::string>(previous()), {}});
       }
    }
 
-  protected:
+ protected:
    Entity() = default;
    ~Entity() override;
 
-  private:
+ private:
    friend class Directory;
    static constexpr std::uint8_t kNamedFlag = 1;
    mutable Publisher publisher_;

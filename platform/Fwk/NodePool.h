@@ -5,7 +5,7 @@
 //
 // A pool keeps what it once held: a container that shrank keeps its nodes for its next growth.
 // NodePool is not thread-safe (the owning container changes on its owner's thread only);
-// SharedNodePool serves objects whose last reference may drop on any thread.
+// SharedNodePool serves objects of one kind that owners on several threads make and free.
 //
 // Under AddressSanitizer a free node and a chunk's unused tail are poisoned, so a use after free
 // of a pooled object is reported as it would be for the heap.
@@ -48,7 +48,7 @@ inline void unpoison([[maybe_unused]] void* at, [[maybe_unused]] std::size_t siz
 }  // namespace Detail
 
 class NodePool {
-  public:
+ public:
    NodePool() = default;
    NodePool(const NodePool&) = delete;
    NodePool& operator=(const NodePool&) = delete;
@@ -99,7 +99,7 @@ class NodePool {
       Detail::poison(node, nodeSize_);
    }
 
-  private:
+ private:
    struct FreeNode {
       FreeNode* next;
    };
@@ -128,20 +128,21 @@ class NodePool {
    std::vector<std::unique_ptr<std::byte[]>> chunks_;
 };
 
-// A NodePool for objects whose last reference may drop on another thread than the one that made
-// them: in the framework's multi-threaded mode a mutex guards the pool, single-threaded nothing
-// does (the switch in Fwk/Ptr.h). An object of another size than the pool's comes from the heap.
+// A NodePool for objects of one kind that owners on several threads make and free (the entry
+// handles of tables on different threads): in the framework's multi-threaded mode a mutex guards
+// the pool, single-threaded nothing does (the switch in Fwk/Ptr.h). An object of another size
+// than the pool's comes from the heap.
 class SharedNodePool {
-  public:
+ public:
    void* allocate(std::size_t size, std::size_t align) {
-      if (!Detail::multiThreaded) {
+      if (!Detail::multiThreadedMode()) {
          return take(size, align);
       }
       const std::lock_guard<std::mutex> lock(mutex_);
       return take(size, align);
    }
    void deallocate(void* object, std::size_t size, std::size_t align) noexcept {
-      if (!Detail::multiThreaded) {
+      if (!Detail::multiThreadedMode()) {
          give(object, size, align);
          return;
       }
@@ -152,7 +153,7 @@ class SharedNodePool {
    std::size_t nodesInUse() const noexcept { return pool_.nodesInUse(); }
    std::size_t bytesFree() const noexcept { return pool_.bytesFree(); }
 
-  private:
+ private:
    void* take(std::size_t size, std::size_t align) {
       return pool_.serves(size, align) ? pool_.allocate()
                                        : ::operator new(size, std::align_val_t(align));
@@ -174,7 +175,7 @@ class SharedNodePool {
 // container and node that uses it.
 template <class T>
 class PoolAllocator {
-  public:
+ public:
    using value_type = T;
 
    explicit PoolAllocator(NodePool* pool) noexcept : pool_(pool) {}
@@ -201,7 +202,7 @@ class PoolAllocator {
       return pool_ == other.pool();
    }
 
-  private:
+ private:
    // T is whatever the container allocates, a hash table's bucket pointers included.
    static constexpr std::size_t kSize = sizeof(T);  // NOLINT(bugprone-sizeof-expression)
    NodePool* pool_;

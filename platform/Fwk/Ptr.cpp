@@ -3,21 +3,22 @@
 namespace Fwk {
 
 namespace Detail {
-bool multiThreaded = false;
+std::atomic<bool> multiThreaded{false};
 }
 
 void threadingModeIs(ThreadingMode mode) noexcept {
-   Detail::multiThreaded = mode == ThreadingMode::multiThreaded;
+   Detail::multiThreaded.store(mode == ThreadingMode::multiThreaded, std::memory_order_relaxed);
 }
 
 ThreadingMode threadingMode() noexcept {
-   return Detail::multiThreaded ? ThreadingMode::multiThreaded : ThreadingMode::singleThreaded;
+   return Detail::multiThreadedMode() ? ThreadingMode::multiThreaded
+                                      : ThreadingMode::singleThreaded;
 }
 
 void PtrInterface::refDec() const noexcept {
    // Once the count has dropped, another thread may release the last holder and delete the
    // object: read the flag first, and touch the object only when this release may end its use.
-   const bool uncounted = uncountedHolder_;
+   const bool uncounted = uncountedHolder();
    const std::uint32_t left = decrement();
    if (left > (uncounted ? 1U : 0U)) {
       return;
@@ -25,7 +26,7 @@ void PtrInterface::refDec() const noexcept {
    if (underDestruction_) {
       return;  // references taken and dropped by a destructor's own steps
    }
-   const bool lastUser = uncountedHolder_ ? left == 1 : left == 0;
+   const bool lastUser = uncountedHolder() ? left == 1 : left == 0;
    if (lastUser && !inLastUserGone_) {
       const_cast<PtrInterface*>(this)->runLastUserGone();
    } else if (left == 0 && !inLastUserGone_) {
@@ -34,10 +35,10 @@ void PtrInterface::refDec() const noexcept {
 }
 
 void PtrInterface::uncountedHolderIs(bool uncounted) noexcept {
-   if (uncounted == uncountedHolder_) {
+   if (uncounted == uncountedHolder()) {
       return;
    }
-   uncountedHolder_ = uncounted;
+   uncountedHolder_.store(uncounted, std::memory_order_relaxed);
    if (uncounted && holderCount() == 1 && !inLastUserGone_) {
       runLastUserGone();
    }

@@ -11,6 +11,11 @@
 // minus one. When the user count drops to zero `lastUserGone()` runs while the container still
 // keeps the object alive; the object is destroyed exactly when no holder at all is left.
 //
+// Threads. In multi-threaded mode holds may be taken and dropped on any thread; which release may
+// be the last one, and so where `lastUserGone()` runs, is the owner's rule (an entry handle's is
+// its table's owning thread: docs/ARCHITECTURE.md, "Threads"). The uncounted-holder flag, which
+// every release reads, is atomic; the other flags change only in a last release.
+//
 // Re-entrancy. While `lastUserGone()` runs, the object holds one guard reference of its own, so
 // references taken and dropped inside the hook neither re-enter it nor destroy the object under
 // its feet. When the hook returns and no holder is left, the object is deleted.
@@ -32,18 +37,21 @@ void threadingModeIs(ThreadingMode mode) noexcept;
 ThreadingMode threadingMode() noexcept;
 
 namespace Detail {
-extern bool multiThreaded;
+extern std::atomic<bool> multiThreaded;
+inline bool multiThreadedMode() noexcept {
+   return multiThreaded.load(std::memory_order_relaxed);
 }
+}  // namespace Detail
 
 class PtrInterface {
-  public:
+ public:
    PtrInterface() = default;
    PtrInterface(const PtrInterface&) = delete;
    PtrInterface& operator=(const PtrInterface&) = delete;
 
    // Takes one hold. Prefer a Ptr, which takes and drops holds itself.
    void refInc() const noexcept {
-      if (Detail::multiThreaded) {
+      if (Detail::multiThreadedMode()) {
          holders_.fetch_add(1, std::memory_order_relaxed);
       } else {
          holders_.store(holders_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
@@ -54,13 +62,15 @@ class PtrInterface {
 
    // Number of users: holders, less the uncounted holder if there is one.
    std::uint32_t refCount() const noexcept {
-      return holders_.load(std::memory_order_relaxed) - (uncountedHolder_ ? 1U : 0U);
+      return holders_.load(std::memory_order_relaxed) - (uncountedHolder() ? 1U : 0U);
    }
    // Number of holders, the uncounted one included.
    std::uint32_t holderCount() const noexcept { return holders_.load(std::memory_order_relaxed); }
 
    // Whether one holder is flagged as not counting as a user.
-   bool uncountedHolder() const noexcept { return uncountedHolder_; }
+   bool uncountedHolder() const noexcept {
+      return uncountedHolder_.load(std::memory_order_relaxed);
+   }
    // Marks (or unmarks) one existing holder as not counting as a user. Marking it may drop the
    // user count to zero, which runs `lastUserGone()`.
    void uncountedHolderIs(bool uncounted) noexcept;
@@ -68,7 +78,7 @@ class PtrInterface {
    // True once the entity's destructor has begun.
    bool underDestruction() const noexcept { return underDestruction_; }
 
-  protected:
+ protected:
    virtual ~PtrInterface() = default;
    // Runs when the user count reaches zero. The default does nothing: the object is deleted
    // afterwards if nothing holds it any more.
@@ -76,10 +86,10 @@ class PtrInterface {
    // First step of every destructor of ours: the entity is being torn down.
    void underDestructionIs() noexcept { underDestruction_ = true; }
 
-  private:
+ private:
    void runLastUserGone() noexcept;
    std::uint32_t decrement() const noexcept {
-      if (Detail::multiThreaded) {
+      if (Detail::multiThreadedMode()) {
          return holders_.fetch_sub(1, std::memory_order_acq_rel) - 1;
       }
       const std::uint32_t n = holders_.load(std::memory_order_relaxed) - 1;
@@ -88,11 +98,11 @@ class PtrInterface {
    }
 
    mutable std::atomic<std::uint32_t> holders_{0};
-   bool uncountedHolder_ = false;
+   std::atomic<bool> uncountedHolder_{false};
    bool underDestruction_ = false;
    bool inLastUserGone_ = false;
 
-  protected:
+ protected:
    // Spare flag bits for derived framework classes (keeps them out of a padding hole).
    std::uint8_t fwkFlags_ = 0;
 };
@@ -101,12 +111,12 @@ class PtrInterface {
 // moves pass it on, destruction and reset drop it.
 template <class T>
 class Ptr {
-  public:
+ public:
    using element_type = T;
 
    Ptr() noexcept = default;
    Ptr(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor)
-   Ptr(T* p) noexcept : p_(p) {  // NOLINT(google-explicit-constructor)
+   Ptr(T* p) noexcept : p_(p) {     // NOLINT(google-explicit-constructor)
       if (p_) {
          p_->refInc();
       }
@@ -114,11 +124,11 @@ class Ptr {
    Ptr(const Ptr& o) noexcept : Ptr(o.p_) {}
    Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
    template <class U>
-      requires std::is_convertible_v<U*, T*>
-   Ptr(const Ptr<U>& o) noexcept : Ptr(o.get()) {}  // NOLINT(google-explicit-constructor)
+   requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& o)
+   noexcept : Ptr(o.get()) {}  // NOLINT(google-explicit-constructor)
    template <class U>
-      requires std::is_convertible_v<U*, T*>
-   Ptr(Ptr<U>&& o) noexcept : p_(o.release()) {}  // NOLINT(google-explicit-constructor)
+   requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& o)
+   noexcept : p_(o.release()) {}  // NOLINT(google-explicit-constructor)
    ~Ptr() { reset(); }
 
    Ptr& operator=(const Ptr& o) noexcept {
@@ -162,7 +172,7 @@ class Ptr {
    }
    bool operator==(std::nullptr_t) const noexcept { return p_ == nullptr; }
 
-  private:
+ private:
    T* p_ = nullptr;
 };
 

@@ -6,7 +6,9 @@
 
 namespace Fwk {
 
-Publisher::~Publisher() { delete observers_; }
+Publisher::~Publisher() {
+   delete observers_;
+}
 
 void Publisher::observerIs(Observer* o) {
    if (!observers_) {
@@ -43,12 +45,14 @@ RecordingObserver::RecordingObserver(const Entity& entity) : entity_(&entity) {
    entity_->publisher().observerIs(this);
 }
 
-RecordingObserver::~RecordingObserver() { entity_->publisher().observerDel(this); }
+RecordingObserver::~RecordingObserver() {
+   entity_->publisher().observerDel(this);
+}
 
 void RecordingObserver::onChange(const Change& change) {
    std::string line(change.attribute);
    if (change.key.type) {
-      line += "[" + change.key.text() + "]";
+      line += "[" + change.keyText() + "]";
    }
    if (change.previous) {
       line += " was " + *change.previous;

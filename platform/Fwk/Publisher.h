@@ -18,12 +18,13 @@ namespace Fwk {
 class Entity;
 
 // Which member of a collection changed: its key's type and bits. `type` is null for a change of
-// a plain attribute.
+// a plain attribute. The bits of a key wider than 64 bits are its hash (Fwk/TypeDescriptor.h);
+// the change then carries the key's text form as well.
 struct ChangeKey {
    const TypeDescriptor* type = nullptr;
    std::uint64_t bits = 0;
 
-   // The key of a member keyed by `key`, a small key type (Fwk/TypeDescriptor.h).
+   // The key of a member keyed by `key`, a key type (Fwk/TypeDescriptor.h).
    template <class K>
    static ChangeKey of(const K& key) {
       const auto& t = typeOf<K>();
@@ -40,17 +41,24 @@ struct Change {
    ChangeKey key;
    // Text form of the previous value, where the change carries one.
    std::optional<std::string> previous;
+   // Text form of a key wider than 64 bits.
+   std::string wideKeyText;
+
+   // The changed member's key as text; empty for a plain attribute.
+   std::string keyText() const {
+      return key.type && key.type->wideKey() ? wideKeyText : key.text();
+   }
 };
 
 class Observer {
-  public:
+ public:
    virtual ~Observer() = default;
    // Told of one change, synchronously, inside the operation that made it.
    virtual void onChange(const Change& change) = 0;
 };
 
 class Publisher {
-  public:
+ public:
    Publisher() = default;
    Publisher(const Publisher&) = delete;
    Publisher& operator=(const Publisher&) = delete;
@@ -64,14 +72,14 @@ class Publisher {
    // may unregister while being told.
    void publish(const Change& change) const;
 
-  private:
+ private:
    std::vector<Observer*>* observers_ = nullptr;
 };
 
 // Records every notification in order as "attribute" or "attribute[key]" (plus " was <previous>"
 // when the change carries a previous value). For tests and diagnostics.
 class RecordingObserver : public Observer {
-  public:
+ public:
    // Registers with the entity's publisher; unregisters when destroyed.
    explicit RecordingObserver(const Entity& entity);
    ~RecordingObserver() override;
@@ -82,7 +90,7 @@ class RecordingObserver : public Observer {
    const std::vector<std::string>& changes() const noexcept { return changes_; }
    void clear() noexcept { changes_.clear(); }
 
-  private:
+ private:
    const Entity* entity_;
    std::vector<std::string> changes_;
 };

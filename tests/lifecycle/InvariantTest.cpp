@@ -1,11 +1,17 @@
-// Broken agreements between the engine's steps stop the process; and how the value of the
-// "PUBLISH_ENTRY_HANDLE_PROGRAMMED_STATE" switch reads.
+// Broken agreements between the engine's steps stop the process, and so do operations off the
+// table's owning thread; and how the value of the "PUBLISH_ENTRY_HANDLE_PROGRAMMED_STATE" switch
+// reads.
+#include <functional>
+#include <thread>
+
 #include "support/Scenario.h"
 
 namespace Test {
 namespace {
 
-class LifecycleDeathTest : public Scenario {};
+using DecapEngine = Asic::SwTable::Accessor<IngL3IifTable>;
+
+class LifecycleDeathTest : public Scenario<DecapKind> {};
 
 TEST_F(LifecycleDeathTest, ResolvingWhileTheProfileIsStillAwaitedIsFatal) {
    auto profile = pendingProfile();
@@ -35,6 +41,25 @@ TEST_F(LifecycleDeathTest, HardwareAnswerWithoutResolvedEntryIsFatal) {
                 literally("swTable_->resolvedEntryHas( key )"));
 }
 
+// A table belongs to the thread that made it: an operation, or the release that leaves one of its
+// handles without users, on another thread stops a build with debug checks.
+TEST_F(LifecycleDeathTest, OperationsAndLastReleasesOffTheOwningThreadAreFatal) {
+#if defined(NDEBUG)
+   GTEST_SKIP() << "debug checks are compiled out of this build";
+#endif
+   const auto elsewhere = [](const std::function<void()>& run) { std::thread(run).join(); };
+   const std::string message = literally("run on the thread that made the table");
+   auto profile = readyProfile(7);
+   EXPECT_DEATH(elsewhere([&] { t().entryCommit(k(1), e(profile, 100)); }), message);
+   EXPECT_DEATH(elsewhere([&] { static_cast<void>(t().entryHas(k(1))); }), message);
+   HandlePtr h = t().entryRef(k(2), e(pendingProfile(), 200));
+   HandlePtr other = h;
+   elsewhere([&] { other = nullptr; });  // not the last user: the handle's clean-up does not run
+   EXPECT_DEATH(elsewhere([&] { h = nullptr; }), message);
+   h = nullptr;  // here its clean-up runs: a waiting reference goes at once
+   EXPECT_FALSE(t().entryHandleHas(k(2)));
+}
+
 struct SwitchValue {
    const char* name;
    const char* text;  // null: the variable is not set
@@ -45,7 +70,7 @@ struct SwitchValue {
 class SwitchValueTest : public ::testing::TestWithParam<SwitchValue> {};
 
 TEST_P(SwitchValueTest, ParsesAsABaseTenIntegerAndIsOnWhenNotZero) {
-   EXPECT_EQ(Engine::switchValueOn(GetParam().text), GetParam().on);
+   EXPECT_EQ(DecapEngine::switchValueOn(GetParam().text), GetParam().on);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -6,7 +6,7 @@
 #include "Asic/ChipProfile.h"
 #include "TalvikL3Common/L3InterfaceSharedAllocator.h"
 #include "TalvikL3Unicast/L3NextHopAttributes.h"
-#include "support/FakeChip.h"
+#include "support/TableFixture.h"
 
 namespace Test {
 namespace {

@@ -9,18 +9,13 @@
 #include "Asic/HwTable.h"
 #include "Fwk/Directory.h"
 #include "Fwk/Errors.h"
-#include "support/FakeChip.h"
+#include "support/TableFixture.h"
 
 namespace Test {
 namespace {
 
 using S = Asic::SwTableBase;
 using ::testing::HasSubstr;
-
-auto fields(const Entry& e) {
-   return std::tuple(e.l3IifProfileIndexHandle.get(), e.l3IifProfileIndex, e.ipv4UcEnable,
-                     e.ipv6UcEnable, e.trustDscp, e.vrf);
-}
 
 TEST(EntryTest, DefaultHasNullHandleZeroIndexFalseFlagsAndVrfZero) {
    EXPECT_EQ(fields(Entry()), fields(Entry(nullptr, 0, false, false, false, 0)));

@@ -20,9 +20,7 @@ using Changes = std::vector<std::string>;
 using ::testing::UnorderedElementsAre;
 
 auto fields(const Opt& e) {
-   return e ? std::optional(std::tuple(e->l3IifProfileIndexHandle.get(), e->l3IifProfileIndex,
-                                       e->ipv4UcEnable, e->ipv6UcEnable, e->trustDscp, e->vrf))
-            : std::nullopt;
+   return e ? std::optional(Test::fields(*e)) : std::nullopt;
 }
 
 Entry value(std::uint32_t vrf, std::uint8_t profileIndex) {

@@ -65,6 +65,38 @@ TEST_F(AllocatorTest, HandsOutTheLowestFreeIndexAndKeepsItPerKey) {
    EXPECT_EQ(allocator->indexAcquire(Fwk::typeOf<OtherKey>(), &other), 3U);
 }
 
+// A key wider than 64 bits: keys that share their first eight bytes are still different keys,
+// each found again, released and reported whole.
+struct WideKey {
+   static constexpr std::string_view kTypeName = "Test::WideKey";
+   std::uint64_t site = 7;
+   std::uint64_t tunnel = 0;
+   friend std::ostream& operator<<(std::ostream& os, const WideKey& k) {
+      return os << k.site << "/" << k.tunnel;
+   }
+};
+
+TEST_F(AllocatorTest, WideKeysAreKnownByAllTheirBytes) {
+   size(8);
+   const std::vector<WideKey> keys{{7, 0}, {7, 1}, {7, 2}, {7, 3}, {7, 9}};
+   const auto ref = [&](std::size_t i) { return Asic::KeyRef::of(keys[i]); };  // borrows keys[i]
+   for (std::size_t i = 0; i < 4; ++i) {
+      EXPECT_EQ(allocator->indexAcquire(ref(i)), i);
+   }
+   EXPECT_EQ(allocator->index(ref(2)), 2U);
+   EXPECT_EQ(allocator->index(Fwk::typeOf<WideKey>(), &keys[3]), 3U);
+   allocator->indexRelease(ref(1));
+   EXPECT_EQ(allocator->index(ref(1)), kInvalidIndex);
+   EXPECT_EQ(allocator->index(ref(2)), 2U);
+   EXPECT_FALSE(allocator->recoverIndexForKey(2, ref(4)));
+   EXPECT_TRUE(allocator->recoverIndexForKey(1, ref(4)));
+   EXPECT_EQ(allocator->ownerKey<WideKey>(1)->tunnel, 9U);
+   EXPECT_EQ(allocator->owner(1)->text(), "7/9");
+   EXPECT_NE(allocator->owner(1), allocator->owner(2));
+   EXPECT_EQ(allocator->ownerKey<L3TunnelIntfKey>(1), std::nullopt);
+   EXPECT_EQ(acquire(1), 4U);  // a 64-bit key beside them
+}
+
 TEST_F(AllocatorTest, ExhaustionGivesTheInvalidIndexAndBindsNothing) {
    size(2);
    acquire(1);

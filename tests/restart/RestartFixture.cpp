@@ -4,81 +4,84 @@
 
 namespace Test {
 
-void RestartFixture::setUpTable(const TableOptions& options) {
-   createTable(options);
-   util().publishHwIndexInHandleIs(true);
-}
-
-void RestartFixture::commitAll(const Config& config) {
+template <class Kind>
+void RestartFixture<Kind>::startWith(const Config& config, const TableOptions& options) {
+   this->freshTable(options);
+   this->util().publishHwIndexInHandleIs(true);
    for (const auto& [key, vrf] : config) {
-      t().entryCommit(k(key), e(profile, vrf));
+      this->t().entryCommit(this->k(key), this->e(profile, vrf));
    }
-   util().ackAll(t());
+   this->util().ackAll(this->t());
 }
 
-Recorded RestartFixture::record(const Config& config) {
-   Recorded recorded{chip->rows, {}};
+template <class Kind>
+auto RestartFixture<Kind>::record(const Config& config) -> Recorded {
+   Recorded recorded{this->chip->rows, {}};
    for (const auto& [key, vrf] : config) {
-      recorded.reported[key] = t().hwIndexOnlyForCrossAgentCommunication(k(key));
+      recorded.reported[key] = this->t().hwIndexOnlyForCrossAgentCommunication(this->k(key));
    }
    return recorded;
 }
 
-void RestartFixture::restartWith(const Bindings& bindings) {
-   restart();
-   util().publishHwIndexInHandleIs(true);
-   writesAtRestart_ = chip->writes;
-   deletesAtRestart_ = chip->deletes;
+template <class Kind>
+void RestartFixture<Kind>::restartWith(const Bindings& bindings) {
+   this->restart();
+   this->util().publishHwIndexInHandleIs(true);
+   writesAtRestart_ = this->chip->writes;
+   deletesAtRestart_ = this->chip->deletes;
    for (const auto& [key, index] : bindings) {
-      t().bindKeyToIndex(k(key), index);
+      this->t().bindKeyToIndex(this->k(key), index);
    }
 }
 
-void RestartFixture::replay(const Config& config, const Fwk::Ptr<ProfileHandle>& needed) {
+template <class Kind>
+void RestartFixture<Kind>::replay(const Config& config, const Fwk::Ptr<ProfileHandle>& needed) {
    for (const auto& [key, vrf] : config) {
-      t().entryCommit(k(key), e(needed ? needed : profile, vrf));
+      this->t().entryCommit(this->k(key), this->e(needed ? needed : profile, vrf));
    }
 }
 
-void RestartFixture::finishInit() {
-   t().doInitComplete();
-   t().purgeStaleEntries();
-   util().ackAll(t());
+template <class Kind>
+void RestartFixture<Kind>::finishInit() {
+   this->t().doInitComplete();
+   this->t().purgeStaleEntries();
+   this->util().ackAll(this->t());
 }
 
-std::set<Asic::Index> RestartFixture::indicesOf(const std::string& verb) const {
+template <class Kind>
+std::set<Asic::Index> RestartFixture<Kind>::indicesOf(const std::string& verb) const {
    std::set<Asic::Index> out;
-   for (const auto& call : util_->callsMatching(verb + " ")) {
+   for (const auto& call : this->util_->callsMatching(verb + " ")) {
       out.insert(static_cast<Asic::Index>(std::stoul(call.substr(verb.size() + 1))));
    }
    return out;
 }
 
-std::string RestartFixture::hardwareDifference(const Config& config) {
-   std::map<Asic::Index, Row> expected;
+template <class Kind>
+std::string RestartFixture<Kind>::hardwareDifference(const Config& config) {
+   std::map<Asic::Index, std::string> expected;
    std::ostringstream os;
    for (const auto& [key, vrf] : config) {
-      const Asic::Index index = indexOf(key);
+      const Asic::Index index = this->indexOf(key);
       if (index == Asic::kInvalidIndex) {
          os << "key " << key << " holds no index";
          return os.str();
       }
       expected[index] = rowFor(vrf);
    }
-   for (const auto& [index, row] : expected) {
-      const auto it = chip->rows.find(index);
-      if (it == chip->rows.end() || !(it->second == row)) {
-         os << "row " << index << " missing or different (vrf " << row.vrf << " expected)";
-         return os.str();
-      }
-   }
-   for (const auto& [index, row] : chip->rows) {
-      if (!expected.contains(index)) {
-         os << "row " << index << " (vrf " << row.vrf << ") is not in the configuration";
+   for (Asic::Index index = 0; index < this->chip->rows.size(); ++index) {
+      const auto it = expected.find(index);
+      const std::string held = this->rowAt(index);
+      if (held != (it == expected.end() ? "none" : it->second)) {
+         os << "row " << index << " holds " << held << ", not "
+            << (it == expected.end() ? "none" : it->second);
          return os.str();
       }
    }
    return {};
 }
+
+template class RestartFixture<DecapKind>;
+template class RestartFixture<WideKind>;
 
 }  // namespace Test

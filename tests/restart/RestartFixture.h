@@ -1,6 +1,6 @@
-// Hitless-restart scenarios, all in one shape: set the table up and commit a configuration,
-// record what hardware holds and which index each key reported, restart (the new instance reads
-// the rows back, keys are bound in advance), replay, finish initialisation, compare.
+// Hitless-restart scenarios over every table kind, all in one shape: set the table up and commit a
+// configuration, record what hardware holds and which index each key reported, restart (the new
+// instance reads the rows back, keys are bound in advance), replay, finish initialisation, compare.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -9,11 +9,10 @@
 #include <set>
 #include <string>
 
-#include "support/TableFixture.h"
+#include "support/Scenario.h"
 
 namespace Test {
 
-using S = Asic::SwTableBase;
 using R = Asic::SwTable;
 
 // A configuration: key -> vrf; every entry needs the fixture's profile entry.
@@ -21,18 +20,20 @@ using Config = std::map<std::uint64_t, std::uint32_t>;
 // Keys bound in advance with bindKeyToIndex: key -> index.
 using Bindings = std::map<std::uint64_t, Asic::Index>;
 
-// What the previous instance leaves behind.
-struct Recorded {
-   std::map<Asic::Index, Row> rows;  // the chip's rows
-   Bindings reported;                // hwIndexOnlyForCrossAgentCommunication of every key
-};
-
-class RestartFixture : public TableFixture {
+template <class Kind>
+class RestartFixture : public TableFixtureOf<Kind> {
  protected:
-   // The chip plug-in publishes written indices in handles, so that keys can report them.
-   void setUpTable(const TableOptions& options = {});
-   // Commits every entry with the ready profile and acknowledges the writes.
-   void commitAll(const Config& config);
+   using Row = typename FakeChip::Chip<typename Kind::Table>::Row;
+   // What the previous instance leaves behind.
+   struct Recorded {
+      std::vector<Row> rows;  // the chip's rows
+      Bindings reported;      // hwIndexOnlyForCrossAgentCommunication of every key
+   };
+
+   // A fresh table on a fresh chip (TableFixtureOf::freshTable) whose plug-in publishes written
+   // indices in handles, so that keys can report them, holding every entry of `config` with the
+   // ready profile, acknowledged.
+   void startWith(const Config& config, const TableOptions& options = {});
    Recorded record(const Config& config);
    // The agent restarts: the new instance reads the rows back, then the keys are bound.
    void restartWith(const Bindings& bindings = {});
@@ -41,29 +42,34 @@ class RestartFixture : public TableFixture {
    // doInitComplete, purgeStaleEntries, then hardware acknowledges every write.
    void finishInit();
 
-   // The row the chip holds for an entry of the ready profile with this vrf.
-   static Row rowFor(std::uint32_t vrf) {
-      return Row{true, kProfileIndex, true, false, false, vrf};
+   // The row the chip holds, as its log shows it, for an entry of the ready profile with this vrf.
+   static std::string rowFor(std::uint32_t vrf) {
+      return "{p" + std::to_string(kProfileIndex) + " vrf" + std::to_string(vrf) + "}";
    }
    // Indices named by the Util calls since the restart that begin with `verb` ("write", ...).
    std::set<Asic::Index> indicesOf(const std::string& verb) const;
-   std::size_t writesSinceRestart() const { return chip->writes - writesAtRestart_; }
-   std::size_t deletesSinceRestart() const { return chip->deletes - deletesAtRestart_; }
+   std::size_t writesSinceRestart() const { return this->chip->writes - writesAtRestart_; }
+   std::size_t deletesSinceRestart() const { return this->chip->deletes - deletesAtRestart_; }
    // Empty when the chip holds exactly the configuration's rows at its keys' indices; otherwise
    // the first difference.
    std::string hardwareDifference(const Config& config);
-   std::uint64_t statistic(R::ReconciliationStatus s) const { return table->statistics().count(s); }
-   bool available(Asic::Index index) const {
-      return table->indexAllocator()->indexAvailable(index);
+   std::uint64_t statistic(R::ReconciliationStatus s) const {
+      return this->table->statistics().count(s);
    }
-   std::vector<std::string> statisticsLines() const { return sink->texts("SwTableStat"); }
+   bool available(Asic::Index index) const {
+      return this->table->indexAllocator()->indexAvailable(index);
+   }
+   std::vector<std::string> statisticsLines() const { return this->sink->texts("SwTableStat"); }
 
-   static constexpr std::uint8_t kProfileIndex = 7;
+   static constexpr Asic::Index kProfileIndex = 7;
    Fwk::Ptr<ProfileHandle> profile = ProfileHandle::make(S::success, kProfileIndex);
 
  private:
    std::size_t writesAtRestart_ = 0;
    std::size_t deletesAtRestart_ = 0;
 };
+
+extern template class RestartFixture<DecapKind>;
+extern template class RestartFixture<WideKind>;
 
 }  // namespace Test

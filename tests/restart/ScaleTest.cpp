@@ -1,6 +1,6 @@
-// A full table of committed entries restarted: every key bound in advance to the index it
-// reported before, or nothing bound and nothing suggested; the configuration replayed unchanged,
-// or with a tenth of the entries changed and a tenth not replayed.
+// A full table of committed entries restarted, over every table kind: every key bound in advance
+// to the index it reported before, or nothing bound and nothing suggested; the configuration
+// replayed unchanged, or with a tenth of the entries changed and a tenth not replayed.
 #include <algorithm>
 
 #include "restart/RestartFixture.h"
@@ -10,13 +10,15 @@ namespace {
 
 constexpr std::uint64_t kEntries = 4096;
 
-// The parameter: keys ending in 1 change their vrf and keys ending in 2 are not replayed.
-class ScaleRestartTest : public RestartFixture, public ::testing::WithParamInterface<bool> {
+template <class Kind>
+class ScaleRestartTest : public RestartFixture<Kind> {
  protected:
-   void SetUp() override {
-      RestartFixture::SetUp();
-      setUpTable(TableOptions{.size = 2 * kEntries});  // room for entries written as new
-      const bool churn = GetParam();
+   // With churn, keys ending in 1 change their vrf and keys ending in 2 are not replayed.
+   void prepare(bool churn) {
+      before.clear();
+      after.clear();
+      changed.clear();
+      dropped.clear();
       for (std::uint64_t key = 1; key <= kEntries; ++key) {
          before[key] = static_cast<std::uint32_t>(key);
          if (!churn || key % 10 == 0 || key % 10 > 2) {
@@ -28,14 +30,15 @@ class ScaleRestartTest : public RestartFixture, public ::testing::WithParamInter
             dropped.insert(key);
          }
       }
-      commitAll(before);
-      recorded = record(before);
-      clearTraces();
+      this->startWith(before,
+                      TableOptions{.size = 2 * kEntries});  // room for entries written as new
+      recorded = this->record(before);
+      this->clearTraces();
    }
    // Every key bound before the replay (keys not replayed included), or none.
    void restartAndReplay(bool bound) {
-      restartWith(bound ? recorded.reported : Bindings{});
-      replay(after);
+      this->restartWith(bound ? recorded.reported : Bindings{});
+      this->replay(after);
    }
    std::set<Asic::Index> recordedIndicesOf(const std::set<std::uint64_t>& keys) const {
       std::set<Asic::Index> out;
@@ -47,81 +50,69 @@ class ScaleRestartTest : public RestartFixture, public ::testing::WithParamInter
    std::set<Asic::Index> liveIndices() {
       std::set<Asic::Index> out;
       for (const auto& [key, vrf] : after) {
-         out.insert(indexOf(key));
+         out.insert(this->indexOf(key));
       }
       return out;
    }
 
    Config before, after;
    std::set<std::uint64_t> changed, dropped;
-   Recorded recorded;
+   typename RestartFixture<Kind>::Recorded recorded;
 };
+TYPED_TEST_SUITE(ScaleRestartTest, TableKinds, KindNames);
 
-class BoundScaleTest : public ScaleRestartTest {};
-class UnboundScaleTest : public ScaleRestartTest {};
-
-TEST_P(BoundScaleTest, KeysAdoptTheirRowsAndOnlyChangedOrUnreplayedRowsAreTouched) {
-   restartAndReplay(true);
-   ASSERT_EQ(recorded.rows.size(), kEntries);
-   EXPECT_EQ(indicesOf("write"), recordedIndicesOf(changed));  // rewritten in place
-   EXPECT_EQ(writesSinceRestart(), changed.size());
-   EXPECT_EQ(t().syncedEntrys(), dropped.size());
-   finishInit();
-   EXPECT_EQ(writesSinceRestart(), changed.size());
-   EXPECT_EQ(deletesSinceRestart(), dropped.size());
-   EXPECT_EQ(indicesOf("delete"), recordedIndicesOf(dropped));
-   for (const auto index : recordedIndicesOf(dropped)) {
-      ASSERT_TRUE(available(index)) << "index " << index;
+TYPED_TEST(ScaleRestartTest, BoundKeysAdoptTheirRowsAndOnlyChangedOrUnreplayedRowsAreTouched) {
+   for (const bool churn : {false, true}) {
+      SCOPED_TRACE(churn ? "churn" : "unchanged");
+      this->prepare(churn);
+      this->restartAndReplay(true);
+      EXPECT_EQ(this->indicesOf("write"), this->recordedIndicesOf(this->changed));  // in place
+      EXPECT_EQ(this->writesSinceRestart(), this->changed.size());
+      EXPECT_EQ(this->t().syncedEntrys(), this->dropped.size());
+      this->finishInit();
+      EXPECT_EQ(this->writesSinceRestart(), this->changed.size());
+      EXPECT_EQ(this->deletesSinceRestart(), this->dropped.size());
+      EXPECT_EQ(this->indicesOf("delete"), this->recordedIndicesOf(this->dropped));
+      for (const auto& [key, vrf] : this->after) {
+         ASSERT_EQ(this->indexOf(key), this->recorded.reported.at(key)) << "key " << key;
+         ASSERT_EQ(this->handle(key)->resolvedEntryState(),
+                   this->changed.contains(key) ? S::success : S::indexReconciled)
+             << "key " << key;
+      }
+      EXPECT_EQ(this->statistic(R::reconciledMatch), this->after.size() - this->changed.size());
+      EXPECT_EQ(this->statistic(R::reconciledMismatch), this->changed.size());
+      EXPECT_EQ(this->statistic(R::noSyncedEntry), 0U);
+      EXPECT_EQ(this->statistic(R::hwEntryDeleted), this->dropped.size());
+      EXPECT_EQ(this->tracesContaining("No stale entries in syncedEntryColl").size(),
+                this->dropped.empty() ? 1U : 0U);
+      EXPECT_EQ(this->hardwareDifference(this->after), "");
    }
-   for (const auto& [key, vrf] : after) {
-      ASSERT_EQ(indexOf(key), recorded.reported.at(key)) << "key " << key;
-      const auto h = handle(key);
-      ASSERT_EQ(h->resolvedEntryState(), changed.contains(key) ? S::success : S::indexReconciled)
-          << "key " << key;
-   }
-   EXPECT_EQ(statistic(R::reconciledMatch), after.size() - changed.size());
-   EXPECT_EQ(statistic(R::reconciledMismatch), changed.size());
-   EXPECT_EQ(statistic(R::noSyncedEntry), 0U);
-   EXPECT_EQ(statistic(R::hwEntryDeleted), dropped.size());
-   EXPECT_EQ(tracesContaining("No stale entries in syncedEntryColl").size(),
-             dropped.empty() ? 1U : 0U);
-   EXPECT_EQ(t().syncedEntrys(), 0U);
-   EXPECT_EQ(hardwareDifference(after), "");
 }
 
-TEST_P(UnboundScaleTest, KeysAreWrittenOffTheReadBackRowsAndNoLiveRowIsPurged) {
-   restartAndReplay(false);
-   EXPECT_EQ(writesSinceRestart(), 0U);  // nothing to reconcile with: all undecided
-   const auto undecided = std::count_if(after.begin(), after.end(), [this](const auto& entry) {
-      return handle(entry.first)->entryState() == S::unresolved;
-   });
-   EXPECT_EQ(static_cast<std::size_t>(undecided), after.size());
-   t().doInitComplete();
-   EXPECT_EQ(writesSinceRestart(), after.size());
-   const std::set<Asic::Index> live = liveIndices();
-   ASSERT_EQ(live.size(), after.size());
-   for (const auto index : live) {
-      ASSERT_FALSE(recorded.rows.contains(index)) << "new entry written on read-back row " << index;
-   }
-   EXPECT_EQ(statistic(R::noSyncedEntry), after.size());
+TYPED_TEST(ScaleRestartTest, UnboundKeysAreWrittenOffTheReadBackRowsAndNoLiveRowIsPurged) {
+   for (const bool churn : {false, true}) {
+      SCOPED_TRACE(churn ? "churn" : "unchanged");
+      this->prepare(churn);
+      this->restartAndReplay(false);
+      EXPECT_EQ(this->writesSinceRestart(), 0U);  // nothing to reconcile with: all undecided
+      this->t().doInitComplete();
+      EXPECT_EQ(this->writesSinceRestart(), this->after.size());
+      const std::set<Asic::Index> live = this->liveIndices();
+      ASSERT_EQ(live.size(), this->after.size());
+      for (const auto index : live) {
+         ASSERT_FALSE(this->recorded.rows.at(index).valid)
+             << "new entry written on read-back row " << index;
+      }
+      EXPECT_EQ(this->statistic(R::noSyncedEntry), this->after.size());
 
-   t().purgeStaleEntries();
-   util().ackAll(t());
-   EXPECT_EQ(deletesSinceRestart(), kEntries);  // every read-back row was stale
-   for (const auto index : indicesOf("delete")) {
-      ASSERT_FALSE(live.contains(index)) << "live row " << index << " purged";
+      this->t().purgeStaleEntries();
+      this->util().ackAll(this->t());
+      EXPECT_EQ(this->deletesSinceRestart(), kEntries);  // every read-back row was stale
+      EXPECT_EQ(this->liveIndices(), live);
+      EXPECT_EQ(this->t().indexAllocator()->heldBackIndices(), 0U);
+      EXPECT_EQ(this->hardwareDifference(this->after), "");
    }
-   EXPECT_EQ(liveIndices(), live);
-   EXPECT_EQ(statistic(R::hwEntryDeleted), kEntries);
-   EXPECT_EQ(t().indexAllocator()->heldBackIndices(), 0U);
-   EXPECT_EQ(hardwareDifference(after), "");
 }
-
-const auto churnName = [](const ::testing::TestParamInfo<bool>& info) {
-   return info.param ? "Churn" : "Unchanged";
-};
-INSTANTIATE_TEST_SUITE_P(Restart, BoundScaleTest, ::testing::Bool(), churnName);
-INSTANTIATE_TEST_SUITE_P(Restart, UnboundScaleTest, ::testing::Bool(), churnName);
 
 }  // namespace
 }  // namespace Test

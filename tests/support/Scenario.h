@@ -1,9 +1,11 @@
-// Helpers for scenario tests of an entry's life: profile handles in the usual states, the engine's
-// trace lines without their table prefix, the index-user tracker, and liveness of entry handles
-// (an entity leaves the directory when it is destroyed, so a named handle tells when it is gone).
+// Helpers for scenario tests of an entry's life, over every table kind (Kinds.h): profile handles
+// in the usual states, the engine's trace lines without their table prefix, the index-user
+// tracker, and liveness of entry handles (an entity leaves the directory when it is destroyed, so
+// a named handle tells when it is gone).
 #pragma once
 
 #include <algorithm>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -16,43 +18,61 @@ namespace Test {
 
 using S = Asic::SwTableBase;
 using EH = Asic::SwTableBase::EntryHandle;
-using Engine = Asic::SwTable::Accessor<IngL3IifTable>;
 using HandlePtr = Fwk::Ptr<const Asic::SwTableBase::EntryHandle>;
+using Calls = std::vector<std::string>;
 
-class Scenario : public TableFixture {
+inline Fwk::Ptr<ProfileHandle> readyProfile(Asic::Index index) {
+   return ProfileHandle::make(S::success, index);
+}
+// A profile entry that has no index yet: entries needing it wait.
+inline Fwk::Ptr<ProfileHandle> pendingProfile() {
+   return ProfileHandle::make(S::unresolved, Asic::kInvalidIndex);
+}
+inline void makeReady(ProfileHandle& profile, Asic::Index index) {
+   profile.hwIndexIs(index);
+   profile.entryStateIs(S::success);
+}
+// An entry's text form, as trace lines and notifications show it.
+template <class Entry>
+std::string entryText(const Entry& entry) {
+   std::ostringstream os;
+   os << entry;
+   return os.str();
+}
+// Names the handle so that `alive` can tell whether it still exists; returns the name.
+std::string track(const HandlePtr& handle);
+bool alive(const std::string& name);
+// A death-test pattern matching `text` literally.
+std::string literally(const std::string& text);
+
+template <class Kind>
+class Scenario : public TableFixtureOf<Kind> {
  protected:
+   using Base = TableFixtureOf<Kind>;
+   using typename Base::Entry;
+   using typename Base::Table;
+   using Engine = Asic::SwTable::Accessor<Table>;
+
    void SetUp() override {
-      TableFixture::SetUp();
-      createTable(tableOptions());
+      Base::SetUp();
+      this->createTable(tableOptions());
    }
    virtual TableOptions tableOptions() const { return {}; }
 
-   static Fwk::Ptr<ProfileHandle> readyProfile(Asic::Index index) {
-      return ProfileHandle::make(S::success, index);
-   }
-   // A profile entry that has no index yet: entries needing it wait.
-   static Fwk::Ptr<ProfileHandle> pendingProfile() {
-      return ProfileHandle::make(S::unresolved, Asic::kInvalidIndex);
-   }
-   static void makeReady(ProfileHandle& profile, Asic::Index index) {
-      profile.hwIndexIs(index);
-      profile.entryStateIs(S::success);
-   }
-
    // Commits and delivers every acknowledgement.
    HandlePtr commitAcked(std::uint64_t key, const Entry& entry) {
-      HandlePtr h = t().entryCommit(k(key), entry);
-      util().ackAll(t());
+      HandlePtr h = this->t().entryCommit(this->k(key), entry);
+      this->util().ackAll(this->t());
       return h;
    }
    // The platform's write-response path, for tables without a Util (nothing records writes).
    bool ack(std::uint64_t key) {
-      const L3TunnelIntfKey kk(key);
-      return t().writeResponseSm()->writeAcknowledged(&kk);
+      const auto kk = this->k(key);
+      return this->t().writeResponseSm()->writeAcknowledged(&kk);
    }
    // The table's own (mutable) handle of a key.
-   IngL3IifTable::EntryHandle& own(std::uint64_t key) {
-      const auto* slot = t().entryHandleMap().find(k(key));
+   typename Table::EntryHandle& own(std::uint64_t key) {
+      const auto* slot = this->t().entryHandleMap().find(this->k(key));
       if (slot == nullptr) {
          throw std::out_of_range("no entry handle for key " + std::to_string(key));
       }
@@ -63,9 +83,9 @@ class Scenario : public TableFixture {
 
    // Engine trace lines as "<step><text>", in order.
    std::vector<std::string> steps() const {
-      static const std::string prefix = std::string(IngL3IifTable::kTypeName) + " : ";
+      const std::string prefix = std::string(Table::kTypeName) + " : ";
       std::vector<std::string> out;
-      for (const auto& line : traces()) {
+      for (const auto& line : this->traces()) {
          out.push_back(line.starts_with(prefix) ? line.substr(prefix.size()) : line);
       }
       return out;
@@ -84,29 +104,15 @@ class Scenario : public TableFixture {
       }
       return out;
    }
-
-   Asic::IndexUserTracker& tracker() { return *hwTable->indexUserTracker(); }
-
-   // Names the handle so that `alive` can tell whether it still exists; returns the name.
-   static std::string track(const HandlePtr& handle) {
-      static int serial = 0;
-      const std::string name = "trackedHandle" + std::to_string(++serial);
-      Fwk::Directory::objectIs(name, const_cast<EH*>(handle.get()));
-      return name;
-   }
-   static bool alive(const std::string& name) { return Fwk::Directory::object(name) != nullptr; }
-
-   // A death-test pattern matching `text` literally.
-   static std::string literally(const std::string& text) {
-      std::string pattern;
-      for (const char c : text) {
-         if (std::string_view(".^$|()[]{}*+?\\").find(c) != std::string_view::npos) {
-            pattern += '\\';
-         }
-         pattern += c;
+   // Lines with keys shown as their number, e.g. an observer's changes.
+   static std::vector<std::string> plain(std::vector<std::string> lines) {
+      for (auto& line : lines) {
+         line = Kind::plainKeys(std::move(line));
       }
-      return pattern;
+      return lines;
    }
+
+   Asic::IndexUserTracker& tracker() { return *this->hwTable->indexUserTracker(); }
 };
 
 }  // namespace Test

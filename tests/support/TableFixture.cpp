@@ -1,13 +1,18 @@
 #include "support/TableFixture.h"
 
+#include "Asic/ChipProfile.h"
+#include "TalvikL3Unicast/L3NextHopAttributes.h"
+
 namespace Test {
 
-void TableFixture::SetUp() {
+template <class Kind>
+void TableFixtureOf<Kind>::SetUp() {
    previousSink = Fwk::Trace::sinkIs(sink);
-   Fwk::Trace::configure(std::string(IngL3IifTable::kTypeName) + "=0-31;SwTableStat=0");
+   Fwk::Trace::configure(std::string(Table::kTypeName) + "=0-31;SwTableStat=0");
 }
 
-void TableFixture::TearDown() {
+template <class Kind>
+void TableFixtureOf<Kind>::TearDown() {
    if (table) {
       table->cleanup();
       table = nullptr;
@@ -16,15 +21,19 @@ void TableFixture::TearDown() {
    Fwk::Trace::sinkIs(previousSink);
 }
 
-void TableFixture::createTable(const TableOptions& opts) {
+template <class Kind>
+void TableFixtureOf<Kind>::createTable(const TableOptions& opts) {
    options = opts;
    table = nullptr;
-   table = TalvikL3Decap::ingL3IifTableFactory();
-   hwTable = Fwk::make<Asic::HwTable>("IngL3IifDecap", options.size);
+   if (!chip) {
+      chip = std::make_shared<Chip>(options.size);
+   }
+   table = Kind::make();
+   hwTable = Fwk::make<Asic::HwTable>("hwTable", options.size);
    auto profile = Fwk::make<Asic::ChipProfile>("test-chip");
    profile->featureIs(Fwk::typeOf<TalvikL3Unicast::L3NextHopAttributes>(),
                       Fwk::make<TalvikL3Unicast::L3NextHopAttributes>(options.separateIndexSpace));
-   util_ = options.withUtil ? Fwk::make<FakeChipUtil>(chip, options.size) : nullptr;
+   util_ = options.withUtil ? Fwk::make<Util>(chip, Util::Log::calls) : nullptr;
    table->hwTableIs(hwTable);
    table->activeChipProfileIs(profile);
    table->numEntriesIs(options.size);
@@ -36,7 +45,18 @@ void TableFixture::createTable(const TableOptions& opts) {
    }
 }
 
-void TableFixture::restart() {
+template <class Kind>
+void TableFixtureOf<Kind>::freshTable(const TableOptions& opts) {
+   if (table) {
+      table->cleanup();
+   }
+   chip = nullptr;
+   createTable(opts);
+   clearTraces();
+}
+
+template <class Kind>
+void TableFixtureOf<Kind>::restart() {
    // The old agent dies: nothing it does on the way out reaches hardware.
    table->utilIs(nullptr);
    table->cleanup();
@@ -48,17 +68,17 @@ void TableFixture::restart() {
    util_->clearCalls();
 }
 
-Entry TableFixture::e(const Fwk::Ptr<ProfileHandle>& profile, std::uint32_t vrf, bool v4, bool v6,
-                      bool dscp) {
-   return Entry(profile, 0, v4, v6, dscp, vrf);
+template <class Kind>
+std::vector<std::string> TableFixtureOf<Kind>::traces() const {
+   std::vector<std::string> out;
+   for (auto& line : sink->texts(Table::kTypeName)) {
+      out.push_back(Kind::plainKeys(std::move(line)));
+   }
+   return out;
 }
 
-Asic::Index TableFixture::indexOf(std::uint64_t key) {
-   const L3TunnelIntfKey kk(key);
-   return table->indexAllocator()->index(Fwk::typeOf<L3TunnelIntfKey>(), &kk);
-}
-
-std::vector<std::string> TableFixture::tracesContaining(const std::string& text) const {
+template <class Kind>
+std::vector<std::string> TableFixtureOf<Kind>::tracesContaining(const std::string& text) const {
    std::vector<std::string> out;
    for (auto& line : traces()) {
       if (line.find(text) != std::string::npos) {
@@ -66,6 +86,22 @@ std::vector<std::string> TableFixture::tracesContaining(const std::string& text)
       }
    }
    return out;
+}
+
+template class TableFixtureOf<DecapKind>;
+template class TableFixtureOf<WideKind>;
+
+std::string WideKind::plainKeys(std::string line) {
+   const std::string site = std::to_string(kSite) + "/";
+   for (std::size_t at = line.find(site); at != std::string::npos; at = line.find(site, at)) {
+      const bool partOfANumber = at > 0 && std::isdigit(static_cast<unsigned char>(line[at - 1]));
+      if (partOfANumber) {
+         at += site.size();
+      } else {
+         line.erase(at, site.size());
+      }
+   }
+   return line;
 }
 
 }  // namespace Test
