@@ -94,6 +94,7 @@ TEST(SharedNodePoolTest, NodesFreedOnOtherThreadsComeBackWholeOtherSizesGoToTheH
       std::generate_n(std::back_inserter(nodes), kPerThread, make);
    }
    std::vector<std::thread> threads;
+   threads.reserve(kThreads);
    for (auto& nodes : made) {
       threads.emplace_back([&, &nodes = nodes] {
          for (void* n : nodes) {
@@ -228,6 +229,7 @@ TEST_P(PtrRaceTest, LastDropsOnSeveralThreads) {
    std::generate(objects.begin(), objects.end(), [this] { return make(); });
    std::barrier start(kThreads + 1);
    std::vector<std::thread> threads;
+   threads.reserve(kThreads);
    for (int t = 0; t < kThreads; ++t) {
       threads.emplace_back([&] {
          std::vector<Fwk::Ptr<Counted>> mine(objects.begin(), objects.end());

@@ -30,10 +30,10 @@ TEST(PluginLoaderTest, SearchPathKeepsAbsoluteEntriesInOrderAndRefusesARelativeO
             {"", {}}, {"/a", {"/a"}}, {"/a:/b/c", {"/a", "/b/c"}}, {"::/a::/b:", {"/a", "/b"}}}) {
       EXPECT_EQ(PluginLoader::parseSearchPath(path), dirs) << path;
    }
-   for (const auto& [path, entry] : std::vector<std::pair<std::string, std::string>>{
+   for (const auto& [refused, entry] : std::vector<std::pair<std::string, std::string>>{
             {"rel", "rel"}, {"/a:rel/x:/b", "rel/x"}, {"/a::./b", "./b"}}) {
       EXPECT_THAT(
-          [&] { PluginLoader::parseSearchPath(path); },
+          [path = refused] { PluginLoader::parseSearchPath(path); },
           testing::ThrowsMessage<std::invalid_argument>(testing::HasSubstr("'" + entry + "'")));
    }
 }

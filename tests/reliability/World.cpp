@@ -93,12 +93,13 @@ std::string World::dropTable() {
    table_->cleanup();
    table_ = nullptr;
    std::string f;
-   for (const auto& [key, handle] : held_) {
-      const auto holders = std::count_if(held_.begin(), held_.end(),
-                                         [&](const auto& held) { return held.second == handle; });
-      if (f.empty() && handle->refCount() != static_cast<std::uint32_t>(holders)) {
-         f = failure("k", key, ": a handle held ", holders, " times counts ", handle->refCount(),
-                     " users once its table is gone");
+   for (const auto& held : held_) {
+      const auto holders = std::count_if(held_.begin(), held_.end(), [&](const auto& other) {
+         return other.second == held.second;
+      });
+      if (f.empty() && held.second->refCount() != static_cast<std::uint32_t>(holders)) {
+         f = failure("k", held.first, ": a handle held ", holders, " times counts ",
+                     held.second->refCount(), " users once its table is gone");
       }
    }
    held_.clear();
@@ -106,11 +107,8 @@ std::string World::dropTable() {
 }
 
 IngL3IifTable::Entry World::entryOf(const Value& v) const {
-   Fwk::Ptr<const S::EntryHandle> profile;
-   if (v.profile >= 0) {
-      profile = profiles_[static_cast<std::size_t>(v.profile)];
-   }
-   return IngL3IifTable::Entry(profile, 0, v.ipv4, v.ipv6, v.dscp, v.vrf);
+   return IngL3IifTable::Entry(v.profile < 0 ? nullptr : profiles_[std::size_t(v.profile)], 0,
+                               v.ipv4, v.ipv6, v.dscp, v.vrf);
 }
 
 bool World::profileReady(int profile) const {
@@ -121,26 +119,20 @@ bool World::profileReady(int profile) const {
 // The model of resolution: a value without profile, or whose profile is ready, resolves now
 // (or fails for good when its index does not fit); any other waits.
 void World::resolveModel(KeyModel& m) {
-   m.waiting = m.stuck = false;
    const Value& v = *m.latest;
-   if (v.profile < 0) {
-      m.resolved = v;
-      m.resolvedProfileIndex = 0;
-      m.pendingCopy = false;
+   m.waiting = v.profile >= 0 && !profileReady(v.profile);
+   m.stuck = false;
+   if (m.waiting) {
       return;
    }
-   if (!profileReady(v.profile)) {
-      m.waiting = true;
-      return;
-   }
-   if (const auto index = resolutionIndex(*profiles_[static_cast<std::size_t>(v.profile)])) {
+   const auto index = v.profile < 0 ? std::optional<std::uint8_t>(0)
+                                    : resolutionIndex(*profiles_[std::size_t(v.profile)]);
+   m.stuck = !index;
+   if (index) {
       m.resolved = v;
       m.resolvedProfileIndex = *index;
-      m.pendingCopy = false;
-   } else {
-      m.stuck = true;
-      m.pendingCopy = m.pendingCopy || m.resolved.has_value();
    }
+   m.pendingCopy = !index && (m.pendingCopy || m.resolved.has_value());
 }
 
 std::string World::apply(const Op& op) {
@@ -236,10 +228,9 @@ void World::release(std::uint32_t which) {
    if (held_.empty()) {
       return;
    }
-   const std::size_t i = which % held_.size();
-   const std::uint32_t key = held_[i].first;
-   held_.erase(held_.begin() + static_cast<std::ptrdiff_t>(i));
-   KeyModel& m = model_[key];
+   const auto it = held_.begin() + static_cast<std::ptrdiff_t>(which % held_.size());
+   KeyModel& m = model_[it->first];
+   held_.erase(it);
    if (--m.refs == 0 && !m.committed) {
       forget(m);
    }
@@ -337,18 +328,13 @@ bool World::zeroWriteRestartExpected() const {
          return false;  // it will find an index now, or try again
       }
    }
+   // Every key alive has its latest value committed and in force, as its profile gives it now.
    return std::all_of(model_.begin(), model_.end(), [this](const KeyModel& m) {
-      if (!m.committed && m.refs == 0) {
-         return true;
-      }
-      if (!m.committed || m.waiting || m.stuck || !m.latest || m.latest != m.resolved) {
-         return false;
-      }
-      if (m.resolved->profile < 0) {
-         return true;
-      }
-      const Profile& p = *profiles_[static_cast<std::size_t>(m.resolved->profile)];
-      return profileReady(m.resolved->profile) && resolutionIndex(p) == m.resolvedProfileIndex;
+      const int p = m.resolved ? m.resolved->profile : -1;
+      return !m.present() ||
+             (m.committed && !m.waiting && !m.stuck && m.latest && m.latest == m.resolved &&
+              (p < 0 || (profileReady(p) &&
+                         resolutionIndex(*profiles_[std::size_t(p)]) == m.resolvedProfileIndex)));
    });
 }
 
