@@ -128,37 +128,30 @@ TEST_F(TraceSettingTest, CodeOverridesLevelsAndADestroyedHandleIsNotReached) {
 // The environment is read once per process, so each case runs in a fresh process that inherits
 // the variable; the child exits 0 when its probe handle got the expected levels.
 struct EnvironmentCase {
-   const char* name;
    const char* value;
    const char* configuredFirst;  // configure() before the probe handle exists, or null
    std::uint32_t expected;
    const char* stderrPattern;
 };
 
-class TraceEnvironmentDeathTest : public testing::TestWithParam<EnvironmentCase> {};
-
-TEST_P(TraceEnvironmentDeathTest, SetsInitialLevels) {
+TEST(TraceEnvironmentDeathTest, SetsInitialLevelsUnlessMalformedOrOverridden) {
    GTEST_FLAG_SET(death_test_style, "threadsafe");
-   const auto& c = GetParam();
-   ::setenv("L3DECAP_TRACE", c.value, 1);
-   const auto probe = [&c] {
-      if (c.configuredFirst != nullptr) {
-         configure(c.configuredFirst);
-      }
-      std::exit(Handle("EnvProbe", false).levels() == c.expected ? 0 : 1);
-   };
-   EXPECT_EXIT(probe(), testing::ExitedWithCode(0), c.stderrPattern);
-   ::unsetenv("L3DECAP_TRACE");
+   for (const auto& c :
+        {EnvironmentCase{"Other=1;EnvProbe=3,5", nullptr, 0x28U, "^$"},
+         EnvironmentCase{"EnvProbe=3", "EnvProbe=7", 0x80U, "^$"},
+         EnvironmentCase{"EnvProbe=3;Other=40", nullptr, 0U,
+                         "^error: environment variable L3DECAP_TRACE ignored: entry \"Other=40\": "
+                         "level list \"40\": level 40 is out of range 0-31\n$"}}) {
+      ::setenv("L3DECAP_TRACE", c.value, 1);
+      const auto probe = [&c] {
+         if (c.configuredFirst != nullptr) {
+            configure(c.configuredFirst);
+         }
+         std::exit(Handle("EnvProbe", false).levels() == c.expected ? 0 : 1);
+      };
+      EXPECT_EXIT(probe(), testing::ExitedWithCode(0), c.stderrPattern) << c.value;
+      ::unsetenv("L3DECAP_TRACE");
+   }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Trace, TraceEnvironmentDeathTest,
-    testing::Values(EnvironmentCase{"Valid", "Other=1;EnvProbe=3,5", nullptr, 0x28U, "^$"},
-                    EnvironmentCase{"ConfigureWins", "EnvProbe=3", "EnvProbe=7", 0x80U, "^$"},
-                    EnvironmentCase{
-                        "Malformed", "EnvProbe=3;Other=40", nullptr, 0U,
-                        "^error: environment variable L3DECAP_TRACE ignored: entry \"Other=40\": "
-                        "level list \"40\": level 40 is out of range 0-31\n$"}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
