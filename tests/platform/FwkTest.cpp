@@ -24,49 +24,6 @@ class Thing : public Fwk::Entity {
 
 // --- publisher ---
 
-class PublisherTest : public ::testing::Test {
- protected:
-   Fwk::Ptr<Thing> thing = Fwk::make<Thing>();
-   int previousBuilt = 0;
-   void notifyWithPrevious(std::string_view attribute) {
-      thing->notifyWithPrevious(attribute, {}, [this] {
-         ++previousBuilt;
-         return std::string("old");
-      });
-   }
-};
-
-TEST_F(PublisherTest, PreviousValueIsBuiltOnlyForObservers) {
-   notifyWithPrevious("a");
-   EXPECT_FALSE(thing->publisher().hasObservers());
-   EXPECT_EQ(previousBuilt, 0);
-   Fwk::RecordingObserver obs(*thing);
-   notifyWithPrevious("a");
-   EXPECT_EQ(previousBuilt, 1);
-   EXPECT_EQ(obs.changes(), Changes{"a was old"});
-}
-
-TEST_F(PublisherTest, EachObserverIsToldOnceUntilItLeaves) {
-   auto first = std::make_unique<Fwk::RecordingObserver>(*thing);
-   thing->publisher().observerIs(first.get());
-   {
-      Fwk::RecordingObserver second(*thing);
-      thing->notify("a");
-      EXPECT_EQ(second.changes(), Changes{"a"});
-   }
-   thing->notify("b");
-   EXPECT_EQ(first->changes(), (Changes{"a", "b"}));
-   first.reset();
-   EXPECT_FALSE(thing->publisher().hasObservers());
-}
-
-TEST_F(PublisherTest, KeyedChangeNamesItsMember) {
-   Fwk::RecordingObserver obs(*thing);
-   thing->notify("member", L3TunnelIntfKey(9));
-   thing->notify("member", Fwk::ChangeKey::of(L3TunnelIntfKey(10)));
-   EXPECT_EQ(obs.changes(), (Changes{"member[9]", "member[10]"}));
-}
-
 // Unregisters itself when told.
 class LeavingObserver : public Fwk::Observer {
  public:
@@ -81,18 +38,44 @@ class LeavingObserver : public Fwk::Observer {
    int told = 0;
 };
 
-TEST_F(PublisherTest, ObserverMayLeaveWhileBeingTold) {
-   LeavingObserver leaving(*thing);
-   Fwk::RecordingObserver staying(*thing);
-   thing->notify("a");
-   thing->notify("b");
-   EXPECT_EQ(leaving.told, 1);
-   EXPECT_EQ(staying.changes(), (Changes{"a", "b"}));
+TEST(PublisherTest, EachObserverIsToldOnceUntilItLeavesEvenWhileBeingTold) {
+   const auto thing = Fwk::make<Thing>();
+   auto first = std::make_unique<Fwk::RecordingObserver>(*thing);
+   thing->publisher().observerIs(first.get());  // a second registration changes nothing
+   {
+      Fwk::RecordingObserver second(*thing);
+      LeavingObserver leaving(*thing);
+      thing->notify("a");
+      thing->notify("member", L3TunnelIntfKey(9));
+      EXPECT_EQ(second.changes(), (Changes{"a", "member[9]"}));
+      EXPECT_EQ(leaving.told, 1);
+   }
+   thing->notify("member", Fwk::ChangeKey::of(L3TunnelIntfKey(10)));
+   EXPECT_EQ(first->changes(), (Changes{"a", "member[9]", "member[10]"}));
+   first.reset();
+   EXPECT_FALSE(thing->publisher().hasObservers());
+}
+
+TEST(PublisherTest, PreviousValueIsBuiltOnlyForObservers) {
+   const auto thing = Fwk::make<Thing>();
+   int built = 0;
+   const auto notify = [&] {
+      thing->notifyWithPrevious("a", {}, [&built] {
+         ++built;
+         return std::string("old");
+      });
+   };
+   notify();
+   EXPECT_EQ(built, 0);
+   Fwk::RecordingObserver obs(*thing);
+   notify();
+   EXPECT_EQ(built, 1);
+   EXPECT_EQ(obs.changes(), Changes{"a was old"});
 }
 
 // --- directory ---
 
-TEST(DirectoryTest, NamesFindTheirEntityAndFollowRenames) {
+TEST(DirectoryTest, NamesFindTheirEntityFollowRenamesAndLeaveWithIt) {
    const auto thing = Fwk::make<Thing>();
    Fwk::Directory::objectIs("dirThing1", thing.get());
    EXPECT_EQ(Fwk::Directory::object("dirThing1"), thing);
@@ -105,16 +88,12 @@ TEST(DirectoryTest, NamesFindTheirEntityAndFollowRenames) {
    EXPECT_EQ(Fwk::Directory::object("dirThing2"), nullptr);
    EXPECT_EQ(Fwk::Directory::nameOf(thing.get()), "");
    EXPECT_THAT(thing->entityText(), ::testing::StartsWith("Test::Thing@"));
-}
-
-TEST(DirectoryTest, DestroyedEntityLeavesAndItsNameIsFree) {
-   auto thing = Fwk::make<Thing>();
-   Fwk::Directory::objectIs("dirGone", thing.get());
-   thing = nullptr;
+   auto gone = Fwk::make<Thing>();
+   Fwk::Directory::objectIs("dirGone", gone.get());
+   gone = nullptr;  // a destroyed entity leaves, and its name is free
    EXPECT_EQ(Fwk::Directory::object("dirGone"), nullptr);
-   const auto next = Fwk::make<Thing>();
-   EXPECT_NO_THROW(Fwk::Directory::objectIs("dirGone", next.get()));
-   EXPECT_EQ(Fwk::Directory::object("dirGone"), next);
+   Fwk::Directory::objectIs("dirGone", thing.get());
+   EXPECT_EQ(Fwk::Directory::object("dirGone"), thing);
 }
 
 class DirectoryNameTest : public ::testing::TestWithParam<std::string> {};
@@ -134,20 +113,17 @@ INSTANTIATE_TEST_SUITE_P(Names, DirectoryNameTest,
 
 // --- type descriptors ---
 
-TEST(TypeDescriptorTest, OneDescriptorPerTypeFoundByName) {
+TEST(TypeDescriptorTest, OneDescriptorPerTypeFoundByNameKeysCarryTheirBitsAndText) {
    const auto& d = Fwk::typeOf<Thing>();
    EXPECT_EQ(&Fwk::typeOf<const Thing>(), &d);
    EXPECT_EQ(d.name(), "Test::Thing");
    EXPECT_EQ(Fwk::TypeDescriptor::find("Test::Thing"), &d);
    EXPECT_EQ(Fwk::TypeDescriptor::find("Test::NoSuchType"), nullptr);
-}
-
-TEST(TypeDescriptorTest, SmallKeysCarryTheirBitsAndText) {
    const L3TunnelIntfKey key(0xFFFFFFFFFFFFFFFFULL);
-   const auto& d = Fwk::typeOf<L3TunnelIntfKey>();
-   EXPECT_EQ(d.keyBits(&key), key.value());
-   EXPECT_EQ(d.keyText(d.keyBits(&key)), "18446744073709551615");
-   EXPECT_EQ(Fwk::typeOf<Thing>().keyText(7), "7");
+   const auto& k = Fwk::typeOf<L3TunnelIntfKey>();
+   EXPECT_EQ(k.keyBits(&key), key.value());
+   EXPECT_EQ(k.keyText(k.keyBits(&key)), "18446744073709551615");
+   EXPECT_EQ(d.keyText(7), "7");
    const auto changeKey = Fwk::ChangeKey::of(key);
    EXPECT_TRUE(changeKey.isEq(Fwk::ChangeKey::of(L3TunnelIntfKey(key.value()))));
    EXPECT_FALSE(changeKey.isEq(Fwk::ChangeKey::of(L3TunnelIntfKey(1))));
@@ -163,16 +139,13 @@ void checkPositive(int value) {
    FWK_ASSERT(value > 0, "value > 0");
 }
 
-TEST(FwkAssertDeathTest, NamesConditionExplanationAndFunction) {
-   EXPECT_DEATH(checkBelowThree(7), "assertion failed: value < 3.*value was 7.*in checkBelowThree");
-   EXPECT_DEATH(checkPositive(0), "assertion failed: value > 0.*in checkPositive");
-}
-
-TEST(FwkAssertTest, HoldingConditionBuildsNoExplanation) {
+TEST(FwkAssertDeathTest, NamesConditionExplanationAndFunctionAndExplainsOnlyWhenFailing) {
    int built = 0;
    const auto explain = [&] { return ++built; };
    FWK_ASSERT_MSG(built == 0, "built == 0", explain());
    EXPECT_EQ(built, 0);
+   EXPECT_DEATH(checkBelowThree(7), "assertion failed: value < 3.*value was 7.*in checkBelowThree");
+   EXPECT_DEATH(checkPositive(0), "assertion failed: value > 0.*in checkPositive");
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <random>
 #include <set>
 
@@ -46,25 +47,6 @@ class AllocatorTest : public ::testing::Test {
        Fwk::make<Asic::FirstFreeIndexAllocator>("test");
 };
 
-TEST_F(AllocatorTest, HandsOutTheLowestFreeIndexAndKeepsItPerKey) {
-   size(8);
-   for (std::uint64_t key = 0; key < 3; ++key) {
-      EXPECT_EQ(acquire(100 + key), key);
-   }
-   EXPECT_EQ(acquire(101), 1U);
-   release(101);
-   EXPECT_EQ(indexOf(101), kInvalidIndex);
-   EXPECT_FALSE(allocator->owner(1));
-   EXPECT_EQ(acquire(200), 1U);
-   const auto owner = allocator->owner(1);
-   ASSERT_TRUE(owner);
-   EXPECT_EQ(owner->type, &Fwk::typeOf<L3TunnelIntfKey>());
-   EXPECT_EQ(owner->bits, 200U);
-   EXPECT_EQ(allocator->totalUsedIndices(), 3U);
-   const OtherKey other{200};
-   EXPECT_EQ(allocator->indexAcquire(Fwk::typeOf<OtherKey>(), &other), 3U);
-}
-
 // A key wider than 64 bits: keys that share their first eight bytes are still different keys,
 // each found again, released and reported whole.
 struct WideKey {
@@ -95,17 +77,6 @@ TEST_F(AllocatorTest, WideKeysAreKnownByAllTheirBytes) {
    EXPECT_NE(allocator->owner(1), allocator->owner(2));
    EXPECT_EQ(allocator->ownerKey<L3TunnelIntfKey>(1), std::nullopt);
    EXPECT_EQ(acquire(1), 4U);  // a 64-bit key beside them
-}
-
-TEST_F(AllocatorTest, ExhaustionGivesTheInvalidIndexAndBindsNothing) {
-   size(2);
-   acquire(1);
-   acquire(2);
-   EXPECT_EQ(acquire(3), 0xFFFFFFFFU);
-   EXPECT_EQ(indexOf(3), kInvalidIndex);
-   EXPECT_EQ(allocator->totalUsedIndices(), 2U);
-   EXPECT_FALSE(allocator->owner(2));
-   EXPECT_FALSE(allocator->owner(kInvalidIndex));
 }
 
 // A read-back row's index is held until its key claims the row or the purge gives it back,
@@ -179,59 +150,59 @@ TEST_P(AllocatorSizeTest, EveryIndexOnceThenExhaustedThenReused) {
    for (std::uint32_t key = 0; key < n; ++key) {
       ASSERT_EQ(acquire(key), key);
    }
+   EXPECT_EQ(acquire(n - 1), n - 1);  // a key keeps its index
    EXPECT_EQ(acquire(n), kInvalidIndex);
+   EXPECT_EQ(indexOf(n), kInvalidIndex);  // exhaustion binds nothing
+   EXPECT_FALSE(allocator->owner(kInvalidIndex));
    const std::set<Index> released{n - 1, n / 2, 0U};
    for (Index key : released) {
       release(key);
+      EXPECT_EQ(indexOf(key), kInvalidIndex);
+      EXPECT_FALSE(allocator->owner(key));
    }
    std::uint64_t next = n + 1;
    for (Index i : released) {
-      EXPECT_EQ(acquire(next++), i);
+      EXPECT_EQ(acquire(next), i);
+      ASSERT_TRUE(allocator->owner(i));
+      EXPECT_EQ(allocator->owner(i)->type, &Fwk::typeOf<L3TunnelIntfKey>());
+      EXPECT_EQ(allocator->owner(i)->bits, next++);
    }
    EXPECT_EQ(acquire(next), kInvalidIndex);
    EXPECT_EQ(allocator->totalUsedIndices(), n);
+   release(n + 1);               // index 0
+   const OtherKey other{n + 1};  // same bits, another key type: another key
+   EXPECT_EQ(allocator->indexAcquire(Fwk::typeOf<OtherKey>(), &other), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, AllocatorSizeTest,
                          ::testing::Values(1U, 63U, 64U, 65U, 100U, 4095U, 4097U, 64U * 64U + 1U));
 
-// A million indices: many acquires and releases in a pseudo-random order stay consistent with a
-// model of the free set.
+// A million indices, all bound by recovery, then released and acquired in a pseudo-random order:
+// every acquire gets the lowest free index of a model of the free set.
 TEST_F(AllocatorTest, MillionIndicesStayConsistent) {
    constexpr std::uint32_t n = (1U << 20) + 37U;
    size(n);
+   std::vector<std::uint64_t> keyAt(n);
    for (std::uint32_t key = 0; key < n; ++key) {
       ASSERT_TRUE(recover(key, key));
+      keyAt[key] = key;
    }
-   ASSERT_EQ(acquire(n), kInvalidIndex);
    std::set<Index> free;
-   std::vector<std::uint64_t> keyAt(n);
-   for (std::uint32_t i = 0; i < n; ++i) {
-      keyAt[i] = i;
-   }
    std::mt19937 random(20240611);
    std::uint64_t nextKey = n;
-   for (int step = 0; step < 100000; ++step) {
-      if (free.empty() || random() % 3 != 0) {
+   for (int step = 0; step < 100000 || !free.empty(); ++step) {
+      if (step < 100000 && (free.empty() || random() % 3 != 0)) {
          const Index i = random() % n;
-         if (!free.contains(i)) {
+         if (free.insert(i).second) {
             release(keyAt[i]);
-            free.insert(i);
+            ASSERT_TRUE(allocator->indexAvailable(i));
          }
       } else {
-         const Index expected = *free.begin();
-         ASSERT_EQ(acquire(nextKey), expected) << "step " << step;
-         keyAt[expected] = nextKey++;
+         ASSERT_EQ(acquire(nextKey), *free.begin()) << "step " << step;
+         keyAt[*free.begin()] = nextKey++;
          free.erase(free.begin());
       }
-   }
-   EXPECT_EQ(allocator->totalUsedIndices(), n - free.size());
-   for (Index i : free) {
-      ASSERT_TRUE(allocator->indexAvailable(i));
-   }
-   for (std::size_t left = free.size(); left > 0; --left) {
-      ASSERT_EQ(acquire(nextKey++), *free.begin());
-      free.erase(free.begin());
+      ASSERT_EQ(allocator->totalUsedIndices(), n - free.size());
    }
    EXPECT_EQ(acquire(nextKey), kInvalidIndex);
 }
@@ -279,38 +250,31 @@ TEST(SharedAllocatorTest, OneAllocatorPerTypeUntilNoTableUsesIt) {
 
 using Op = Asic::IndexUserTracker::OpType;
 
+// Each case's codes at index 5, then its users and underflows there.
 struct TrackerCase {
-   const char* name;
-   std::vector<Op> ops;  // all at index 5
+   std::vector<Op> ops;
    std::uint32_t users;
    std::uint64_t underflows;
 };
 
-class TrackerTest : public ::testing::TestWithParam<TrackerCase> {};
-
-TEST_P(TrackerTest, CountsUsersPerCode) {
-   const auto hwTable = Fwk::make<Asic::HwTable>("t", 8);
-   auto& tracker = *hwTable->indexUserTracker();
-   for (Op op : GetParam().ops) {
-      tracker.update(5, op);
+TEST(IndexUserTrackerTest, CountsUsersPerCode) {
+   for (const auto& c :
+        {TrackerCase{{Op::acquire}, 1, 0}, TrackerCase{{Op::acquire, Op::empty, Op::refill}, 1, 0},
+         TrackerCase{{Op::acquire, Op::acquire, Op::release}, 1, 0},
+         TrackerCase{{Op::acquire, Op::empty, Op::releaseEmpty}, 0, 0},
+         TrackerCase{{Op::release, Op::releaseEmpty}, 0, 2}}) {
+      const auto hwTable = Fwk::make<Asic::HwTable>("t", 8);
+      auto& tracker = *hwTable->indexUserTracker();
+      for (Op op : c.ops) {
+         tracker.update(5, op);
+      }
+      EXPECT_EQ(tracker.users(5), c.users);
+      EXPECT_EQ(tracker.indicesInUse(), c.users ? 1U : 0U);
+      EXPECT_EQ(tracker.underflows(), c.underflows);
+      EXPECT_EQ(tracker.operations(Op::acquire),
+                static_cast<std::uint64_t>(std::count(c.ops.begin(), c.ops.end(), Op::acquire)));
    }
-   EXPECT_EQ(tracker.users(5), GetParam().users);
-   EXPECT_EQ(tracker.indicesInUse(), GetParam().users ? 1U : 0U);
-   EXPECT_EQ(tracker.underflows(), GetParam().underflows);
-   EXPECT_EQ(tracker.operations(Op::acquire),
-             static_cast<std::uint64_t>(
-                 std::count(GetParam().ops.begin(), GetParam().ops.end(), Op::acquire)));
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Codes, TrackerTest,
-    ::testing::Values(
-        TrackerCase{"AcquireAddsAUser", {Op::acquire}, 1, 0},
-        TrackerCase{"EmptyAndRefillKeepTheUser", {Op::acquire, Op::empty, Op::refill}, 1, 0},
-        TrackerCase{"ReleaseEndsOneUse", {Op::acquire, Op::acquire, Op::release}, 1, 0},
-        TrackerCase{"ReleaseEmptyEndsTheUse", {Op::acquire, Op::empty, Op::releaseEmpty}, 0, 0},
-        TrackerCase{"ReleaseWithoutUserUnderflows", {Op::release, Op::releaseEmpty}, 0, 2}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(IndexUserTrackerTest, CountsIndicesBeyondTheTableAndEachIndexApart) {
    const auto hwTable = Fwk::make<Asic::HwTable>("t", 8);
@@ -319,28 +283,24 @@ TEST(IndexUserTrackerTest, CountsIndicesBeyondTheTableAndEachIndexApart) {
    tracker.update(1000, Op::acquire);  // beyond the table's 8 rows
    tracker.recoveredIndexIs(1000);
    tracker.recoveredIndexIs(20);
-   EXPECT_EQ(tracker.users(3), 1U);
-   EXPECT_EQ(tracker.users(1000), 2U);
-   EXPECT_EQ(tracker.users(20), 1U);
-   EXPECT_EQ(tracker.users(21), 0U);
-   EXPECT_EQ(tracker.users(5000), 0U);
-   EXPECT_EQ(tracker.indicesInUse(), 3U);
-   tracker.update(1000, Op::release);
-   EXPECT_EQ(tracker.indicesInUse(), 3U);
-   tracker.update(1000, Op::releaseEmpty);
-   tracker.update(5000, Op::release);  // never used, beyond every index seen
-   EXPECT_EQ(tracker.users(1000), 0U);
-   EXPECT_EQ(tracker.indicesInUse(), 2U);
-   EXPECT_EQ(tracker.underflows(), 1U);
-   EXPECT_EQ(tracker.users(5000), 0U);
    // The last index there is: counted like any other, without room made for every index below.
    const Asic::Index farthest = Asic::kInvalidIndex - 1;
    tracker.update(farthest, Op::acquire);
-   EXPECT_EQ(tracker.users(farthest), 1U);
-   EXPECT_EQ(tracker.indicesInUse(), 3U);
+   for (const auto& [index, users] : std::map<Index, std::uint32_t>{
+            {3, 1}, {1000, 2}, {20, 1}, {21, 0}, {5000, 0}, {farthest, 1}}) {
+      EXPECT_EQ(tracker.users(index), users) << index;
+   }
+   EXPECT_EQ(tracker.indicesInUse(), 4U);
+   tracker.update(1000, Op::release);
+   EXPECT_EQ(tracker.indicesInUse(), 4U);
+   tracker.update(1000, Op::releaseEmpty);
    tracker.update(farthest, Op::release);
+   tracker.update(5000, Op::release);  // never used, beyond every index seen
+   EXPECT_EQ(tracker.users(1000), 0U);
    EXPECT_EQ(tracker.users(farthest), 0U);
+   EXPECT_EQ(tracker.users(5000), 0U);
    EXPECT_EQ(tracker.indicesInUse(), 2U);
+   EXPECT_EQ(tracker.underflows(), 1U);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -56,6 +57,10 @@ struct WorldShape {
    std::size_t ackHoldBack = 0;
 };
 
+// Draws a number below its argument.
+using Draw = std::function<std::uint32_t(std::uint32_t)>;
+// One operation drawn for a world of this shape.
+Op drawOp(const Draw& pick, const WorldShape& shape);
 // The shape of one case and its operations, all drawn from the seed.
 WorldShape shapeFor(std::uint64_t seed);
 std::vector<Op> generate(std::uint64_t seed, const WorldShape& shape, std::size_t count);

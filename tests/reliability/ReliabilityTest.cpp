@@ -24,10 +24,11 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <ctime>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 #include "reliability/World.h"
@@ -49,20 +50,6 @@ std::uint64_t envNumber(const char* name, std::uint64_t fallback) {
       return fallback;
    }
    return n;
-}
-
-// Runs a case in this process; returns the failure, if any.
-std::string runCase(const WorldShape& shape, const std::vector<Op>& ops) {
-   World world(shape);
-   for (std::size_t i = 0; i < ops.size(); ++i) {
-      if (auto f = world.apply(ops[i]); !f.empty()) {
-         return "after op #" + std::to_string(i) + " (" + ops[i].text() + "): " + f;
-      }
-   }
-   if (auto f = world.finish(); !f.empty()) {
-      return "at the end: " + f;
-   }
-   return {};
 }
 
 // Runs a case in a child process; a crash counts as a failure.
@@ -121,7 +108,9 @@ std::vector<Op> readCase(const std::string& path) {
    return ops;
 }
 
-bool crashed(const std::string& failure) { return failure.starts_with("crashed"); }
+bool crashed(const std::string& failure) {
+   return failure.starts_with("crashed");
+}
 
 // Removes chunks of operations while the case still fails the same way (a crash stays a crash).
 std::vector<Op> shrink(const WorldShape& shape, std::vector<Op> ops, bool crash) {
@@ -129,9 +118,10 @@ std::vector<Op> shrink(const WorldShape& shape, std::vector<Op> ops, bool crash)
    for (std::size_t chunk = ops.size() / 2; chunk >= 1 && runs < 3000; chunk /= 2) {
       for (std::size_t start = 0; start < ops.size() && runs < 3000;) {
          std::vector<Op> candidate(ops.begin(), ops.begin() + static_cast<std::ptrdiff_t>(start));
-         candidate.insert(candidate.end(),
-                          ops.begin() + static_cast<std::ptrdiff_t>(std::min(start + chunk, ops.size())),
-                          ops.end());
+         candidate.insert(
+             candidate.end(),
+             ops.begin() + static_cast<std::ptrdiff_t>(std::min(start + chunk, ops.size())),
+             ops.end());
          ++runs;
          const std::string f = runIsolated(shape, candidate, true);
          if (!f.empty() && crashed(f) == crash) {
@@ -181,8 +171,8 @@ TEST(Reliability, RandomLivesAgreeWithTheModel) {
    std::uint64_t operations = 0;
    std::uint64_t cases = 0;
    for (std::uint64_t seed = firstSeed;; ++seed) {
-      const bool more = soakSeconds != 0 ? elapsed() < static_cast<double>(soakSeconds)
-                                         : operations < budget;
+      const bool more =
+          soakSeconds != 0 ? elapsed() < static_cast<double>(soakSeconds) : operations < budget;
       if (!more) {
          break;
       }
@@ -201,6 +191,29 @@ TEST(Reliability, RandomLivesAgreeWithTheModel) {
    std::printf("reliability: %llu cases, %llu operations in %.1f s\n",
                static_cast<unsigned long long>(cases), static_cast<unsigned long long>(operations),
                elapsed());
+}
+
+// The world trusts the chip file's own checks: a header changed in any byte is refused, and a
+// row index just past a table's end reaches no row of the next table.
+TEST(ChipFile, DamagedHeaderAndRowsPastTheEndAreRefused) {
+   const std::string path = testing::TempDir() + "chip-" + std::to_string(::getpid());
+   std::string image;
+   {
+      Sim::ChipState chip = Sim::ChipState::create(path, 16);
+      EXPECT_THROW(chip.decapRow(16), std::out_of_range);
+      EXPECT_THROW(chip.profileRow(chip.profileRows()), std::out_of_range);
+      chip.sync();
+      std::ostringstream bytes;
+      bytes << std::ifstream(path, std::ios::binary).rdbuf();
+      image = bytes.str();
+   }
+   std::remove(path.c_str());
+   ASSERT_EQ(Sim::ChipState::check(image.data(), image.size()), std::nullopt);
+   for (std::size_t at = 0; at < 64; ++at) {
+      std::string damaged = image;
+      damaged[at] = static_cast<char>(damaged[at] ^ 0x10);
+      EXPECT_NE(Sim::ChipState::check(damaged.data(), damaged.size()), std::nullopt) << at;
+   }
 }
 
 }  // namespace

@@ -8,6 +8,12 @@
 #include "Asic/HwTable.h"
 #include "TalvikL3Unicast/L3NextHopAttributes.h"
 
+// Returns the failure `expr` gives, if any, from the calling function.
+#define RETURN_IF_FAILED(expr)          \
+   if (auto f_ = (expr); !f_.empty()) { \
+      return f_;                        \
+   }
+
 namespace Reliability {
 
 using S = Asic::SwTableBase;
@@ -62,7 +68,7 @@ World::World(const WorldShape& shape)
 }
 
 World::~World() {
-   dropTable();
+   static_cast<void>(dropTable());
 }
 
 void World::createTable() {
@@ -76,24 +82,33 @@ void World::createTable() {
    }
 }
 
-// The agent process ends: nothing it does on the way out reaches the chip.
-void World::dropTable() {
+// The agent process ends: nothing it does on the way out reaches the chip. A handle a client
+// still holds then counts that client's references alone.
+std::string World::dropTable() {
    if (!table_) {
-      return;
+      return {};
    }
    table_->utilIs(nullptr);
    completions_ = nullptr;
-   held_.clear();
    table_->cleanup();
    table_ = nullptr;
+   std::string f;
+   for (const auto& held : held_) {
+      const auto holders = std::count_if(held_.begin(), held_.end(), [&](const auto& other) {
+         return other.second == held.second;
+      });
+      if (f.empty() && held.second->refCount() != static_cast<std::uint32_t>(holders)) {
+         f = failure("k", held.first, ": a handle held ", holders, " times counts ",
+                     held.second->refCount(), " users once its table is gone");
+      }
+   }
+   held_.clear();
+   return f;
 }
 
 IngL3IifTable::Entry World::entryOf(const Value& v) const {
-   Fwk::Ptr<const S::EntryHandle> profile;
-   if (v.profile >= 0) {
-      profile = profiles_[static_cast<std::size_t>(v.profile)];
-   }
-   return IngL3IifTable::Entry(profile, 0, v.ipv4, v.ipv6, v.dscp, v.vrf);
+   return IngL3IifTable::Entry(v.profile < 0 ? nullptr : profiles_[std::size_t(v.profile)], 0,
+                               v.ipv4, v.ipv6, v.dscp, v.vrf);
 }
 
 bool World::profileReady(int profile) const {
@@ -104,52 +119,28 @@ bool World::profileReady(int profile) const {
 // The model of resolution: a value without profile, or whose profile is ready, resolves now
 // (or fails for good when its index does not fit); any other waits.
 void World::resolveModel(KeyModel& m) {
-   m.waiting = m.stuck = false;
    const Value& v = *m.latest;
-   if (v.profile < 0) {
-      m.resolved = v;
-      m.resolvedProfileIndex = 0;
-      m.pendingCopy = false;
+   m.waiting = v.profile >= 0 && !profileReady(v.profile);
+   m.stuck = false;
+   if (m.waiting) {
       return;
    }
-   if (!profileReady(v.profile)) {
-      m.waiting = true;
-      return;
-   }
-   if (const auto index = resolutionIndex(*profiles_[static_cast<std::size_t>(v.profile)])) {
+   const auto index = v.profile < 0 ? std::optional<std::uint8_t>(0)
+                                    : resolutionIndex(*profiles_[std::size_t(v.profile)]);
+   m.stuck = !index;
+   if (index) {
       m.resolved = v;
       m.resolvedProfileIndex = *index;
-      m.pendingCopy = false;
-   } else {
-      m.stuck = true;
-      m.pendingCopy = m.pendingCopy || m.resolved.has_value();
    }
+   m.pendingCopy = !index && (m.pendingCopy || m.resolved.has_value());
 }
 
 std::string World::apply(const Op& op) {
    ++operations_;
    switch (op.kind) {
       case OpKind::commit:
-         return commit(op, false);
       case OpKind::ref:
-         return commit(op, true);
-      case OpKind::remove:
-         remove(op.key);
-         return {};
-      case OpKind::release:
-         release(op.arg);
-         return {};
-      case OpKind::profileIndex:
-         profiles_[op.key]->hwIndexIs(op.arg);
-         profileChanged(op.key);
-         return {};
-      case OpKind::profileState:
-         profiles_[op.key]->entryStateIs(static_cast<S::EntryState>(op.arg));
-         profileChanged(op.key);
-         return {};
-      case OpKind::ack:
-         completions_->deliverAcks(op.arg, false);
-         return {};
+         return commit(op, op.kind == OpKind::ref);
       case OpKind::restart:
          return restart(op.arg);
       case OpKind::quiesce:
@@ -160,6 +151,24 @@ std::string World::apply(const Op& op) {
          return initComplete();
       case OpKind::purge:
          return purge();
+      case OpKind::remove:
+         remove(op.key);
+         break;
+      case OpKind::release:
+         release(op.arg);
+         break;
+      case OpKind::profileIndex:
+      case OpKind::profileState:
+         if (op.kind == OpKind::profileIndex) {
+            profiles_[op.key]->hwIndexIs(op.arg);
+         } else {
+            profiles_[op.key]->entryStateIs(static_cast<S::EntryState>(op.arg));
+         }
+         profileChanged(op.key);
+         break;
+      case OpKind::ack:
+         completions_->deliverAcks(op.arg, false);
+         break;
    }
    return {};
 }
@@ -219,10 +228,9 @@ void World::release(std::uint32_t which) {
    if (held_.empty()) {
       return;
    }
-   const std::size_t i = which % held_.size();
-   const std::uint32_t key = held_[i].first;
-   held_.erase(held_.begin() + static_cast<std::ptrdiff_t>(i));
-   KeyModel& m = model_[key];
+   const auto it = held_.begin() + static_cast<std::ptrdiff_t>(which % held_.size());
+   KeyModel& m = model_[it->first];
+   held_.erase(it);
    if (--m.refs == 0 && !m.committed) {
       forget(m);
    }
@@ -265,9 +273,7 @@ std::string World::initComplete() {
    if (phase_ != Phase::replaying) {
       return {};
    }
-   if (auto f = replayNext(replayQueue_.size()); !f.empty()) {
-      return f;
-   }
+   RETURN_IF_FAILED(replayNext(replayQueue_.size()));
    table_->doInitComplete();
    phase_ = Phase::initComplete;
    return {};
@@ -277,9 +283,7 @@ std::string World::purge() {
    if (phase_ == Phase::running) {
       return {};
    }
-   if (auto f = initComplete(); !f.empty()) {
-      return f;
-   }
+   RETURN_IF_FAILED(initComplete());
    table_->purgeStaleEntries();
    phase_ = Phase::running;
    // The purge gave the read-back rows nobody claimed back: an entry still without a row is one
@@ -301,13 +305,9 @@ std::string World::purge() {
 }
 
 std::string World::completeRestart() {
-   if (auto f = initComplete(); !f.empty()) {
-      return f;
-   }
+   RETURN_IF_FAILED(initComplete());
    deliver(false);
-   if (auto f = purge(); !f.empty()) {
-      return f;
-   }
+   RETURN_IF_FAILED(purge());
    deliver(true);
    return {};
 }
@@ -328,18 +328,13 @@ bool World::zeroWriteRestartExpected() const {
          return false;  // it will find an index now, or try again
       }
    }
+   // Every key alive has its latest value committed and in force, as its profile gives it now.
    return std::all_of(model_.begin(), model_.end(), [this](const KeyModel& m) {
-      if (!m.committed && m.refs == 0) {
-         return true;
-      }
-      if (!m.committed || m.waiting || m.stuck || !m.latest || m.latest != m.resolved) {
-         return false;
-      }
-      if (m.resolved->profile < 0) {
-         return true;
-      }
-      const Profile& p = *profiles_[static_cast<std::size_t>(m.resolved->profile)];
-      return profileReady(m.resolved->profile) && resolutionIndex(p) == m.resolvedProfileIndex;
+      const int p = m.resolved ? m.resolved->profile : -1;
+      return !m.present() ||
+             (m.committed && !m.waiting && !m.stuck && m.latest && m.latest == m.resolved &&
+              (p < 0 || (profileReady(p) &&
+                         resolutionIndex(*profiles_[std::size_t(p)]) == m.resolvedProfileIndex)));
    });
 }
 
@@ -347,13 +342,11 @@ std::string World::restart(std::uint32_t flags) {
    ++restarts_;
    bool expectZeroWrites = false;
    if (flags & kQuiesceFirst) {
-      if (auto f = quiesceAndCheck(); !f.empty()) {
-         return f;
-      }
+      RETURN_IF_FAILED(quiesceAndCheck());
       expectZeroWrites = zeroWriteRestartExpected() && !(flags & kRowFault);
    }
    const Sim::SimChip::Counters before = chip_->counters();
-   dropTable();
+   RETURN_IF_FAILED(dropTable());
    // The configuration the new instance replays: what clients committed, and what an
    // interrupted replay had not reached yet. Nothing else of the old instance survives.
    std::map<std::uint32_t, Value> configuration(replayQueue_.begin(), replayQueue_.end());
@@ -382,17 +375,13 @@ std::string World::restart(std::uint32_t flags) {
       model_[static_cast<std::uint32_t>(key - keyOf(0).value())].bound = true;
    }
    if (flags & kNestedRestart) {
-      if (auto f = replayNext(replayQueue_.size() / 2); !f.empty()) {
-         return f;
-      }
+      RETURN_IF_FAILED(replayNext(replayQueue_.size() / 2));
       return restart(flags & (kRowFault | kLive));  // the agent dies again during its replay
    }
    if (flags & kLive) {
       return {};  // clients act while the replay, doInitComplete and the purge come one by one
    }
-   if (auto f = completeRestart(); !f.empty()) {
-      return f;
-   }
+   RETURN_IF_FAILED(completeRestart());
    if (expectZeroWrites) {
       const auto& after = chip_->counters();
       if (after.decapWrites != before.decapWrites || after.decapDeletes != before.decapDeletes) {
@@ -406,9 +395,7 @@ std::string World::restart(std::uint32_t flags) {
 
 std::string World::quiesceAndCheck() {
    if (phase_ != Phase::running) {
-      if (auto f = completeRestart(); !f.empty()) {
-         return f;
-      }
+      RETURN_IF_FAILED(completeRestart());
    }
    deliver(true);
    for (std::uint32_t k = 0; k < shape_.keys; ++k) {
@@ -416,9 +403,7 @@ std::string World::quiesceAndCheck() {
          return failure("k", k, ": ", f);
       }
    }
-   if (auto f = checkRows(); !f.empty()) {
-      return f;
-   }
+   RETURN_IF_FAILED(checkRows());
    saveBindings();
    return {};
 }
@@ -513,9 +498,7 @@ std::string World::checkRows() {
 }
 
 std::string World::finish() {
-   if (auto f = quiesceAndCheck(); !f.empty()) {
-      return f;
-   }
+   RETURN_IF_FAILED(quiesceAndCheck());
    held_.clear();
    table_->entryRemoveAll();
    deliver(true);
@@ -523,7 +506,7 @@ std::string World::finish() {
       return failure("after removing everything ", table_->entrys(), " handles and ",
                      table_->indexAllocator()->totalUsedIndices(), " indices remain");
    }
-   dropTable();
+   RETURN_IF_FAILED(dropTable());
    if (IngL3IifTable::EntryHandle::liveHandles() != 0) {
       return failure(IngL3IifTable::EntryHandle::liveHandles(), " handles leaked");
    }
@@ -531,6 +514,19 @@ std::string World::finish() {
       if (p->refCount() != 1) {
          return failure("a profile handle is still referenced ", p->refCount() - 1, " times");
       }
+   }
+   return {};
+}
+
+std::string runCase(const WorldShape& shape, const std::vector<Op>& ops) {
+   World world(shape);
+   for (std::size_t i = 0; i < ops.size(); ++i) {
+      if (auto f = world.apply(ops[i]); !f.empty()) {
+         return "after op #" + std::to_string(i) + " (" + ops[i].text() + "): " + f;
+      }
+   }
+   if (auto f = world.finish(); !f.empty()) {
+      return "at the end: " + f;
    }
    return {};
 }

@@ -61,7 +61,7 @@ class World {
 
  private:
    void createTable();
-   void dropTable();
+   std::string dropTable();
    std::string commit(const Op& op, bool reference);
    void remove(std::uint32_t key);
    void release(std::uint32_t which);
@@ -98,5 +98,8 @@ class World {
    std::uint64_t operations_ = 0;
    std::uint64_t restarts_ = 0;
 };
+
+// Runs a case in this process; returns the failure, naming the operation, or empty.
+std::string runCase(const WorldShape& shape, const std::vector<Op>& ops);
 
 }  // namespace Reliability
