@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <sstream>
 
 #include "ConfigFile.h"
 
@@ -13,8 +12,7 @@ using L3DecapCli::Number;
 using L3DecapCli::parseNumber;
 
 Sim::Config parse(const std::string& text) {
-   std::istringstream in(text);
-   return L3DecapCli::parseConfig(in, "test.conf");
+   return L3DecapCli::parseConfig(text, "test.conf");
 }
 
 // The problems a text is refused with.
@@ -61,22 +59,27 @@ TEST(ConfigFileTest, EachErrorNamesItsLineAndProblem) {
        {"route 1\n", "test.conf:1: unknown word 'route'"},
        {"profile\n", "test.conf:1: missing profile id"},
        {"profile 4294967296\n",
-        "test.conf:1: profile id 4294967296 is out of range (0 to 4294967295)"},
+        "test.conf:1: profile id '4294967296' is out of range (0 to 4294967295)"},
        {"profile 1 2\n", "test.conf:1: unexpected word '2' after the profile id"},
        {declared + "profile 0x1\n", "test.conf:2: profile 1 is declared twice (first on line 1)"},
        {declared + "tunnel\n", "test.conf:2: missing tunnel key"},
        {declared + "tunnel 12a profile 1\n", "test.conf:2: tunnel key '12a' is not a number"},
        {declared + "tunnel 18446744073709551616 profile 1\n",
-        "test.conf:2: tunnel key 18446744073709551616 is out of range"},
+        "test.conf:2: tunnel key '18446744073709551616' is out of range"},
        {declared + "tunnel 5 profile 1 vrf\n", "test.conf:2: missing vrf"},
        {declared + "tunnel 5 profile 1 vrf -3\n", "test.conf:2: vrf '-3' is not a number"},
        {declared + "tunnel 5 profile 1 vrf 4294967296\n",
-        "test.conf:2: vrf 4294967296 is out of range"},
+        "test.conf:2: vrf '4294967296' is out of range"},
        {declared + "tunnel 5 ipv4\n", "test.conf:2: tunnel 5 has no profile"},
        {declared + "tunnel 5 profile 1 ipv6 ipv6\n",
         "test.conf:2: 'ipv6' is given twice in tunnel 5"},
        {declared + "tunnel 5 profile 1 profile 1\n", "test.conf:2: 'profile' is given twice"},
        {declared + "tunnel 5 profile 1 mpls\n", "test.conf:2: unknown word 'mpls' in tunnel 5"},
+       // An offending word is quoted short, its non-printable bytes escaped.
+       {declared + "tunnel 5 profile 1 " + std::string(1 << 20, 'w') + "\n",
+        "test.conf:2: unknown word '" + std::string(40, 'w') + "...' in tunnel 5 ("},
+       {declared + "tunnel 5 profile 1 a" + std::string(1, '\0') + "\x1b\n",
+        "test.conf:2: unknown word 'a\\x00\\x1b' in tunnel 5 ("},
        {declared + "tunnel 5 profile 3\n",
         "test.conf:2: tunnel 5 names profile 3, which is not declared"},
        {declared + "tunnel 5 profile 1\n\ntunnel 0x5 profile 1\n",

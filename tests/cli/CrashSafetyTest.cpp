@@ -114,14 +114,13 @@ std::optional<ChipImage> readChip(const std::filesystem::path& dir) {
          continue;
       }
       const Sim::ProfileRow profile = chip.profileRow(row.profileIndex);
-      const Content content{profile.state == Sim::RowState::valued ? profile.profileId : 0,
-                            row.vrf,
-                            (row.ipv4UcEnable ? 1U : 0U) | (row.ipv6UcEnable ? 2U : 0U) |
-                                (row.trustDscp ? 4U : 0U)};
+      const Content content{
+          profile.state == Sim::RowState::valued ? profile.profileId : 0, row.vrf,
+          (row.ipv4UcEnable ? 1U : 0U) | (row.ipv6UcEnable ? 2U : 0U) | (row.trustDscp ? 4U : 0U)};
       const auto key = keys.find(i);
-      image.decap.emplace(i, ChipImage::Row{content, key == keys.end()
-                                                         ? std::nullopt
-                                                         : std::optional(key->second)});
+      image.decap.emplace(
+          i,
+          ChipImage::Row{content, key == keys.end() ? std::nullopt : std::optional(key->second)});
    }
    return image;
 }
@@ -133,10 +132,10 @@ std::uint64_t environmentNumber(const char* name, std::uint64_t otherwise) {
 
 // Public: the kill loop below drives the agent through it.
 class CrashSafetyTest : public ::testing::Test {
-  public:
+ public:
    std::vector<std::string> runArgs(std::vector<std::string> extra = {}) const {
-      std::vector<std::string> args{"run", "--config", "l3decap.conf", "--chip", kChip,
-                                    "--rows", "4096", "--json"};
+      std::vector<std::string> args{"run", "--config", "l3decap.conf", "--chip",
+                                    kChip, "--rows",   "4096",         "--json"};
       args.insert(args.end(), extra.begin(), extra.end());
       return args;
    }
@@ -206,7 +205,7 @@ std::size_t changedRows(const Rows& before, const Rows& now) {
 
 // One agent life killed at a random moment, then the checks of the life after it.
 class KillLoop {
-  public:
+ public:
    KillLoop(const CrashSafetyTest& test, std::uint64_t seed) : test_(test), rng_(seed) {}
 
    enum Situation { coldStart, unchangedRestart, changedRestart };
@@ -214,8 +213,7 @@ class KillLoop {
 
    // Returns whether the agent was killed (rather than done before the kill).
    bool killOne() {
-      const Situation situation =
-          tunnels_.empty() ? coldStart : static_cast<Situation>(pick(0, 2));
+      const Situation situation = tunnels_.empty() ? coldStart : static_cast<Situation>(pick(0, 2));
       const std::size_t changes = configure(situation);
       const auto before = readChip(test_.dir);
       const Rows rowsBefore = rowsOf(test_.dir / kChip);
@@ -251,7 +249,7 @@ class KillLoop {
 
    std::size_t midChange() const noexcept { return midChange_; }
 
-  private:
+ private:
    std::size_t pick(std::size_t low, std::size_t high) {
       return std::uniform_int_distribution<std::size_t>(low, high)(rng_);
    }
@@ -303,11 +301,11 @@ class KillLoop {
    }
 
    // Returns once the chip differs from `before` in `target` rows, or the agent has ended.
-   static void awaitChanges(const CliTest::Started& child, const Rows& before,
-                            std::size_t target) {
+   static void awaitChanges(const CliTest::Started& child, const Rows& before, std::size_t target) {
       siginfo_t ended{};
       while (::waitid(P_PID, child.pid, &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-             ended.si_pid == 0 && changedRows(before, rowsOf(child.out.parent_path() / kChip)) < target) {
+             ended.si_pid == 0 &&
+             changedRows(before, rowsOf(child.out.parent_path() / kChip)) < target) {
          std::this_thread::sleep_for(std::chrono::microseconds(500));
       }
    }
@@ -347,7 +345,7 @@ class KillLoop {
       ASSERT_TRUE(after && after->holds(tunnels_)) << "the chip does not hold the configuration";
       const json strict = test_.run(tunnels_, {"--strict-restart"});
       for (const char* counter :
-           {"rowsWritten", "rowsDeleted", "profileRowsWritten", "profileRowsDeleted"}) {
+           {"rowWrites", "rowDeletes", "profileRowWrites", "profileRowDeletes"}) {
          EXPECT_EQ(strict[counter], 0) << counter;
       }
    }
@@ -394,7 +392,8 @@ TEST_F(CrashSafetyTest, OneAgentPerChip) {
       const Sim::ChipLock held((dir / kChip).string(), Sim::ChipLock::Mode::exclusive);
       const std::string holder = "process " + std::to_string(::getpid());
       for (const auto& args :
-           {runArgs(), std::vector<std::string>{"plan", "--config", "l3decap.conf", "--chip", kChip},
+           {runArgs(),
+            std::vector<std::string>{"plan", "--config", "l3decap.conf", "--chip", kChip},
             std::vector<std::string>{"dump", "--chip", kChip}}) {
          const Outcome outcome = l3decap(args);
          EXPECT_EQ(outcome.status, 1) << args[0];
@@ -460,7 +459,9 @@ TEST_F(CrashSafetyTest, AStoreThatCannotBeUsedStopsTheAgentBeforeEitherFileChang
        {"not a database", [](const auto& d) { writeFile(d / kStore, std::string(4096, 'x')); },
         "the state store is damaged"},
        {"a binding outside the chip",
-        [](const auto& d) { editStore(d / kStore, "UPDATE bindings SET decap_row = 5000 WHERE key = 3"); },
+        [](const auto& d) {
+           editStore(d / kStore, "UPDATE bindings SET decap_row = 5000 WHERE key = 3");
+        },
         "bound to row 5000, outside"},
        {"a key bound twice",
         [](const auto& d) { editStore(d / kStore, "INSERT INTO bindings VALUES (4000, 3)"); },
@@ -513,12 +514,12 @@ TEST_F(CrashSafetyTest, AStoreThatCannotBeUsedStopsTheAgentBeforeEitherFileChang
 // A link planted where the agent opens or makes a file is refused or replaced, never followed.
 TEST_F(CrashSafetyTest, PlantedSymbolicLinksAreNeverFollowed) {
    const Tunnels tunnels = someTunnels(20);
-   for (const auto& [name, refused] : std::vector<std::pair<std::string, bool>>{
-            {kChip, true},
-            {kStore, true},
-            {std::string(kStore) + "-wal", true},
-            {"chip.state.lock", true},
-            {"chip.state.new", false}}) {
+   for (const auto& [name, refused] :
+        std::vector<std::pair<std::string, bool>>{{kChip, true},
+                                                  {kStore, true},
+                                                  {std::string(kStore) + "-wal", true},
+                                                  {"chip.state.lock", true},
+                                                  {"chip.state.new", false}}) {
       SCOPED_TRACE(name);
       std::filesystem::remove_all(dir);
       std::filesystem::create_directories(dir);

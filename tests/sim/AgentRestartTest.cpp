@@ -48,18 +48,18 @@ class AgentRestartTest : public ::testing::Test {
 TEST_F(AgentRestartTest, UnchangedConfigurationRestartWritesNothing) {
    const auto cold = run(config(100));
    EXPECT_FALSE(cold.restart);
-   EXPECT_EQ(cold.rowsWritten, 100U);
-   EXPECT_EQ(cold.created, 100U);
-   EXPECT_EQ(cold.handlesNotInHardware, 0U);
+   EXPECT_EQ(cold.rowWrites, 100U);
+   EXPECT_EQ(cold.newEntries, 100U);
+   EXPECT_EQ(cold.entriesNotInHardware, 0U);
 
    const auto warm = run(config(100));
    EXPECT_TRUE(warm.restart);
    EXPECT_EQ(warm.keysBound, 100U);
-   EXPECT_EQ(warm.rowsWritten, 0U);
-   EXPECT_EQ(warm.rowsDeleted, 0U);
-   EXPECT_EQ(warm.profileRowsWritten, 0U);
-   EXPECT_EQ(warm.profileRowsDeleted, 0U);
-   EXPECT_EQ(warm.adopted, 100U);
+   EXPECT_EQ(warm.rowWrites, 0U);
+   EXPECT_EQ(warm.rowDeletes, 0U);
+   EXPECT_EQ(warm.profileRowWrites, 0U);
+   EXPECT_EQ(warm.profileRowDeletes, 0U);
+   EXPECT_EQ(warm.rowsAdopted, 100U);
    EXPECT_EQ(count(warm, RowFate::adopted), 100U);
    EXPECT_EQ(warm.indicesInUse, 100U);
 }
@@ -72,12 +72,12 @@ TEST_F(AgentRestartTest, ChangedAndRemovedEntriesTouchOnlyTheirRows) {
    }
    next.tunnels.push_back(TunnelConfig{9999, 2, true, true, true, 7});  // one new
    const auto warm = run(next);
-   EXPECT_EQ(warm.rewritten, 10U);
-   EXPECT_EQ(warm.purged, 10U);
-   EXPECT_EQ(warm.created, 1U);
-   EXPECT_EQ(warm.adopted, 80U);
-   EXPECT_EQ(warm.rowsWritten, 11U);
-   EXPECT_EQ(warm.rowsDeleted, 10U);
+   EXPECT_EQ(warm.rowsRewritten, 10U);
+   EXPECT_EQ(warm.rowsPurged, 10U);
+   EXPECT_EQ(warm.newEntries, 1U);
+   EXPECT_EQ(warm.rowsAdopted, 80U);
+   EXPECT_EQ(warm.rowWrites, 11U);
+   EXPECT_EQ(warm.rowDeletes, 10U);
    EXPECT_EQ(count(warm, RowFate::rewritten), 10U);
    EXPECT_EQ(count(warm, RowFate::purged), 10U);
    EXPECT_EQ(warm.indicesInUse, 91U);
@@ -89,7 +89,7 @@ TEST_F(AgentRestartTest, WithoutTheStateStoreRowsAreRewrittenButNoLiveRowIsLost)
    const auto warm = run(config(50));
    EXPECT_TRUE(warm.unboundRows);
    EXPECT_EQ(warm.keysBound, 0U);
-   EXPECT_EQ(warm.handlesNotInHardware, 0U);
+   EXPECT_EQ(warm.entriesNotInHardware, 0U);
    EXPECT_EQ(warm.indicesInUse, 50U);
    EXPECT_EQ(count(warm, RowFate::free) + count(warm, RowFate::purged), 256U - 50U);
 }
