@@ -290,17 +290,18 @@ void countOutcome(const IngL3IifTable& table, const SimChip& chip, const Profile
    report.indicesInUse = table.indexAllocator()->totalUsedIndices();
 }
 
-// The row each configured key uses, in row order; counts the entries that reached no row.
-std::vector<Binding> configuredRows(const IngL3IifTable& table, const Config& config,
-                                    RunReport& report) {
+std::size_t entriesNotInHardware(const IngL3IifTable& table, const Config& config) {
+   return static_cast<std::size_t>(std::count_if(
+       config.tunnels.begin(), config.tunnels.end(),
+       [&](const TunnelConfig& t) { return !table.entryInHwTable(L3TunnelIntfKey(t.key)); }));
+}
+
+// The row each configured key uses, in row order.
+std::vector<Binding> configuredRows(const IngL3IifTable& table, const Config& config) {
    std::vector<Binding> rows;
    rows.reserve(config.tunnels.size());
    for (const auto& t : config.tunnels) {
-      const L3TunnelIntfKey key(t.key);
-      if (!table.entryInHwTable(key)) {
-         ++report.entriesNotInHardware;
-      }
-      const Asic::Index index = table.hwIndexOnlyForCrossAgentCommunication(key);
+      const Asic::Index index = table.hwIndexOnlyForCrossAgentCommunication(L3TunnelIntfKey(t.key));
       if (index != Asic::kInvalidIndex) {
          rows.push_back(Binding{t.key, index});
       }
@@ -355,7 +356,10 @@ RunReport runAgent(const Config& config, const RunOptions& options, const ChipLo
    finishInitialisation(*table, profiles, chip, completions);
 
    countOutcome(*table, chip, profiles, report);
-   std::vector<Binding> keysAfter = configuredRows(*table, config, report);
+   report.entriesNotInHardware = entriesNotInHardware(*table, config);
+   if (options.recordChip) {
+      report.keysAfter = configuredRows(*table, config);
+   }
    report.rows = rowFates(chip, before);
    if (!options.dryRun) {
       chip.state().sync();
@@ -372,7 +376,6 @@ RunReport runAgent(const Config& config, const RunOptions& options, const ChipLo
       end.now();
    }
    if (options.recordChip && options.dryRun) {
-      report.keysAfter = std::move(keysAfter);
       report.chipAfter = std::make_shared<const ChipState>(std::move(chip.state()));
    }
    report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

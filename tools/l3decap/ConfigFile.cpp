@@ -8,6 +8,7 @@
 #include <fstream>
 #include <limits>
 #include <map>
+#include <memory>
 #include <optional>
 #include <sstream>
 
@@ -104,6 +105,23 @@ class Parser {
       } else {
          problem("unknown word " + quotedWord(*first) + " (expected 'profile' or 'tunnel')");
       }
+   }
+
+   // Every line of `text`, the last one ending there or with a newline.
+   void lines(std::string_view text) {
+      while (!text.empty()) {
+         const std::size_t end = std::min(text.find('\n'), text.size());
+         line(text.substr(0, end));
+         text.remove_prefix(std::min(end + 1, text.size()));
+      }
+   }
+
+   // Room for the tunnels of a file of `total` bytes, judged by the first `seen` bytes: a million
+   // tunnels then take no copies of the list as it grows.
+   void expect(std::size_t seen, std::size_t total) {
+      const std::size_t tunnels = config_.tunnels.size() * total / std::max<std::size_t>(seen, 1);
+      config_.tunnels.reserve(tunnels + tunnels / 16);
+      tunnelLines_.reserve(tunnels + tunnels / 16);
    }
 
    Sim::Config finish() {
@@ -293,11 +311,7 @@ Number parseNumber(std::string_view word, std::uint64_t max) {
 
 Sim::Config parseConfig(std::string_view text, const std::string& name) {
    Parser parser(name);
-   while (!text.empty()) {
-      const std::size_t end = std::min(text.find('\n'), text.size());
-      parser.line(text.substr(0, end));
-      text.remove_prefix(std::min(end + 1, text.size()));
-   }
+   parser.lines(text);
    return parser.finish();
 }
 
@@ -310,19 +324,37 @@ Sim::Config readConfigFile(const std::string& path) {
    if (!in) {
       throw ConfigError({path + ": cannot open the configuration file: " + std::strerror(errno)});
    }
-   std::string text;
-   constexpr std::size_t kChunk = std::size_t{1} << 20;
-   for (std::size_t got = kChunk; got == kChunk;) {
-      const std::size_t size = text.size();
-      text.resize(size + kChunk);
-      in.read(text.data() + size, static_cast<std::streamsize>(kChunk));
-      got = static_cast<std::size_t>(in.gcount());
-      text.resize(size + got);
+   // Read a block at a time, whole lines parsed as they come: the text is never held whole.
+   Parser parser(path);
+   constexpr std::size_t kBlock = std::size_t{1} << 20;
+   const std::unique_ptr<char[]> block(new char[kBlock]);
+   std::string partial;  // a line begun in an earlier block
+   bool first = true;
+   while (in.read(block.get(), kBlock) || in.gcount() > 0) {
+      std::string_view text(block.get(), static_cast<std::size_t>(in.gcount()));
+      const std::size_t last = text.rfind('\n');
+      if (last == std::string_view::npos) {
+         partial.append(text);
+         continue;
+      }
+      const std::size_t end = text.find('\n');
+      parser.line(partial.append(text.substr(0, end)));
+      parser.lines(text.substr(end + 1, last - end));
+      partial.assign(text.substr(last + 1));
+      if (first) {
+         std::error_code unknown;
+         const auto size = std::filesystem::file_size(path, unknown);
+         parser.expect(text.size(), unknown ? 0 : size);
+         first = false;
+      }
    }
    if (in.bad()) {
-      throw ConfigError({path + ": read error"});
+      throw ConfigError({path + ": read error: " + std::strerror(errno)});
    }
-   return parseConfig(text, path);
+   if (!partial.empty()) {
+      parser.line(partial);
+   }
+   return parser.finish();
 }
 
 std::string configText(const Sim::Config& config) {
