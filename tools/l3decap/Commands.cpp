@@ -7,6 +7,7 @@
 #include "ConfigFile.h"
 #include "Demo.h"
 #include "Fwk/Trace.h"
+#include "Heap.h"
 #include "Json.h"
 #include "Progress.h"
 #include "Quote.h"
@@ -71,6 +72,7 @@ Sim::RunOptions runOptions(const AgentOptions& agent) {
 // short, so it takes --allow-empty.
 Sim::Config readAgentConfig(const AgentOptions& agent) {
    Sim::Config config = readConfigFile(agent.config);
+   heapFor(config.tunnels.size());
    if (config.tunnels.empty() && !agent.allowEmpty) {
       throw UsageError(agent.config +
                        ": the configuration has no tunnels; a run would purge every decap row of "

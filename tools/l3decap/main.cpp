@@ -1,7 +1,5 @@
 // l3decap: the command-line agent that programs the ingress L3 IIF decap table of a simulated
 // switch chip from a configuration file, across cold starts and hitless restarts.
-#include <malloc.h>
-
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <limits>
@@ -11,6 +9,7 @@
 #include "Commands.h"
 #include "ConfigFile.h"
 #include "Demo.h"
+#include "Heap.h"
 #include "Quote.h"
 #include "sim/ChipState.h"
 
@@ -171,14 +170,6 @@ int parseError(const CLI::App& app, const CLI::ParseError& e, bool json) {
            : std::string(e.what()) + "; see l3decap --help";
    reportFailure(message, {}, kExitUsage, json);
    return kExitUsage;
-}
-
-// A run at a million tunnels grows and frees vectors of tens of megabytes: served from the heap
-// and kept there, their pages are faulted in once rather than at every growth.
-void keepTheHeap() {
-   constexpr int kLargestFromHeap = 256 << 20;
-   mallopt(M_MMAP_THRESHOLD, kLargestFromHeap);
-   mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
 }
 
 }  // namespace
