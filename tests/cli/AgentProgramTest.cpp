@@ -115,6 +115,15 @@ TEST_F(AgentProgramTest, RestartWithTheSameConfigurationWritesAndDeletesNothing)
    EXPECT_EQ(warm["keysBound"], 50);
    EXPECT_TRUE(warm["changedRows"].empty());
    EXPECT_TRUE(warm["strictRestart"]["passed"].get<bool>());
+
+   // Without its state store no key can be bound to its row: each is written anew, none is lost.
+   std::filesystem::remove(dir / "chip.state.db");
+   const auto unbound = l3decap(agent("run", configText(1, 50), {"--json"}));
+   EXPECT_NE(unbound.err.find("had no state store"), std::string::npos) << unbound.err;
+   const json again = json::parse(unbound.out);
+   EXPECT_EQ(again["rowsPurged"], 50);
+   EXPECT_EQ(again["newEntries"], 50);
+   EXPECT_EQ(dumpedKeys().size(), 50U);
 }
 
 // A full chip: the removed tunnels' rows are purged and then reused by the added ones. Every
@@ -198,6 +207,7 @@ TEST_F(AgentProgramTest, BadInputIsRefusedAndChangesNothing) {
        {withConfig("plan", {}), good, 1, "plug-in is not loaded", {"L3DECAP_PLUGIN_PATH=/"}},
        {run({}), good, 2, "L3DECAP_PLUGIN_PATH", {"L3DECAP_PLUGIN_PATH=x"}},
        {{"run", "--chip", "chip.state"}, good, 2, "--config"},
+       {{"plan", "--config", "/", "--chip", "chip.state"}, good, 2, "/: is a directory"},
        {{"frob\x07nicate"}, good, 2, "unknown command 'frob\\x07nicate'"},
        {{"demo", "--tunnels", "0"}, good, 2, "--tunnels"},
        {{"dump", "--chip", "none.state"}, good, 1, "none.state"},

@@ -8,8 +8,6 @@
 namespace {
 
 using L3DecapCli::ConfigError;
-using L3DecapCli::Number;
-using L3DecapCli::parseNumber;
 
 Sim::Config parse(const std::string& text) {
    return L3DecapCli::parseConfig(text, "test.conf");
@@ -41,16 +39,6 @@ TEST(ConfigFileTest, ReadsProfilesAndTunnelsWithWordsInAnyOrder) {
    EXPECT_EQ(config.tunnels[1], (Sim::TunnelConfig{1001, 2, false, false, true, 255}));
    EXPECT_EQ(config.tunnels[2], (Sim::TunnelConfig{std::numeric_limits<std::uint64_t>::max(), 1,
                                                    false, false, false, 0}));
-}
-
-TEST(ConfigFileTest, TextFormReadsBackToTheSameConfiguration) {
-   Sim::Config config;
-   config.profiles = {7, 0xFFFFFFFF};
-   config.tunnels = {{1, 7, true, false, true, 3},
-                     {0xFFFFFFFFFFFF, 0xFFFFFFFF, false, true, false, 0}};
-   const Sim::Config back = parse(L3DecapCli::configText(config));
-   EXPECT_EQ(back.profiles, config.profiles);
-   EXPECT_EQ(back.tunnels, config.tunnels);
 }
 
 TEST(ConfigFileTest, EachErrorNamesItsLineAndProblem) {
@@ -114,30 +102,6 @@ TEST(ConfigFileTest, ProfilesBeyondTheChipsProfileTableAreRefused) {
    const auto found = problems(text);
    ASSERT_EQ(found.size(), 1U);
    EXPECT_NE(found[0].find(":257: profile 256 is one too many"), std::string::npos) << found[0];
-}
-
-TEST(ConfigFileTest, UnreadableFileIsAnErrorNamingIt) {
-   EXPECT_THROW(L3DecapCli::readConfigFile("/nonexistent/l3decap.conf"), ConfigError);
-   try {
-      L3DecapCli::readConfigFile("/");
-      ADD_FAILURE() << "a directory was read as a configuration";
-   } catch (const ConfigError& e) {
-      EXPECT_NE(std::string(e.what()).find("/: is a directory"), std::string::npos) << e.what();
-   }
-}
-
-TEST(ConfigFileTest, NumbersAreDecimalOrHexWithinTheirRange) {
-   EXPECT_EQ(parseNumber("0", 10).value, 0U);
-   EXPECT_EQ(parseNumber("010", 10).value, 10U);
-   EXPECT_EQ(parseNumber("0X1f", 31).value, 31U);
-   EXPECT_EQ(parseNumber("0xFFFFFFFFFFFFFFFF", std::numeric_limits<std::uint64_t>::max()).value,
-             std::numeric_limits<std::uint64_t>::max());
-   for (const char* bad : {"", "x", "0x", "+1", "-1", "1.5", "0x1g", "1 "}) {
-      EXPECT_EQ(parseNumber(bad, 100).error, Number::Error::malformed) << "'" << bad << "'";
-   }
-   EXPECT_EQ(parseNumber("11", 10).error, Number::Error::outOfRange);
-   EXPECT_EQ(parseNumber("0x10000000000000000", std::numeric_limits<std::uint64_t>::max()).error,
-             Number::Error::outOfRange);
 }
 
 }  // namespace
