@@ -187,7 +187,9 @@ TEST_F(AgentProgramTest, BadInputIsRefusedAndChangesNothing) {
       std::string message;
       std::vector<std::string> environment = {};
    };
-   const auto run = [](std::vector<std::string> extra) { return withConfig("run", extra); };
+   const auto run = [](std::vector<std::string> extra) {
+      return withConfig("run", std::move(extra));
+   };
    const std::string good = configText(1, 3);
    const std::string longWord(1 << 20, 'w');
    const std::vector<Case> cases{
