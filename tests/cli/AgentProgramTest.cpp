@@ -4,7 +4,6 @@
 
 #include <map>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <set>
 #include <string>
 
@@ -93,12 +92,14 @@ Fates fatesOf(const json& report, const char* list, std::size_t adopted = 0) {
    return fates;
 }
 
-// The counts a picture's legend gives for each fate.
+// The counts a picture's legend gives for each fate (">new: 10<"), summed over its panels.
 Fates legendOf(const std::string& svg) {
    Fates fates;
-   const std::regex entry(">(adopted|rewritten|new|purged): ([0-9]+)<");
-   for (std::sregex_iterator it(svg.begin(), svg.end(), entry), end; it != end; ++it) {
-      fates[(*it)[1]] += std::stoul((*it)[2]);
+   for (const char* fate : {"adopted", "rewritten", "new", "purged"}) {
+      const std::string label = std::string(">") + fate + ": ";
+      for (auto at = svg.find(label); at != std::string::npos; at = svg.find(label, at + 1)) {
+         fates[fate] += std::stoul(svg.substr(at + label.size(), 20));
+      }
    }
    return fates;
 }
