@@ -2,16 +2,16 @@
 // parses back to the same configuration, or is refused with every problem named by file and line.
 #include <cstddef>
 #include <cstdint>
-#include <sstream>
 #include <string>
+#include <string_view>
 
 #include "ConfigFile.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-   std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
    Sim::Config config;
    try {
-      config = L3DecapCli::parseConfig(in, "fuzz.conf");
+      config = L3DecapCli::parseConfig(std::string_view(reinterpret_cast<const char*>(data), size),
+                                       "fuzz.conf");
    } catch (const L3DecapCli::ConfigError& e) {
       for (const std::string& problem : e.problems()) {
          if (!problem.starts_with("fuzz.conf:")) {
@@ -23,8 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       }
       return 0;
    }
-   std::istringstream again(L3DecapCli::configText(config));
-   const Sim::Config back = L3DecapCli::parseConfig(again, "again.conf");
+   const Sim::Config back = L3DecapCli::parseConfig(L3DecapCli::configText(config), "again.conf");
    if (back.profiles != config.profiles || back.tunnels != config.tunnels) {
       __builtin_trap();  // printing and parsing disagree
    }

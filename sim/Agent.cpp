@@ -24,12 +24,18 @@ using TalvikL3Decap::L3TunnelIntfKey;
 
 const char* rowFateName(RowFate fate) noexcept {
    switch (fate) {
-      case RowFate::free: return "free";
-      case RowFate::adopted: return "adopted";
-      case RowFate::rewritten: return "rewritten";
-      case RowFate::created: return "new";
-      case RowFate::purged: return "purged";
-      case RowFate::kept: return "kept";
+      case RowFate::free:
+         return "free";
+      case RowFate::adopted:
+         return "adopted";
+      case RowFate::rewritten:
+         return "rewritten";
+      case RowFate::created:
+         return "new";
+      case RowFate::purged:
+         return "purged";
+      case RowFate::replaced:
+         return "replaced";
    }
    return "free";
 }
@@ -43,17 +49,41 @@ bool pathExists(const std::string& path) {
    return ::lstat(path.c_str(), &st) == 0;
 }
 
+// The configuration's own checks (the configuration file's parser makes them too, with lines).
 void validate(const Config& config) {
-   const std::set<std::uint32_t> profiles(config.profiles.begin(), config.profiles.end());
-   std::set<std::uint64_t> keys;
+   std::vector<std::uint32_t> profiles = config.profiles;
+   std::sort(profiles.begin(), profiles.end());
+   std::vector<std::uint64_t> keys;
+   keys.reserve(config.tunnels.size());
    for (const auto& t : config.tunnels) {
-      if (!profiles.contains(t.profileId)) {
+      if (!std::binary_search(profiles.begin(), profiles.end(), t.profileId)) {
          throw std::runtime_error("tunnel " + std::to_string(t.key) + " needs profile " +
                                   std::to_string(t.profileId) + ", which is not configured");
       }
-      if (!keys.insert(t.key).second) {
-         throw std::runtime_error("tunnel " + std::to_string(t.key) + " is configured twice");
-      }
+      keys.push_back(t.key);
+   }
+   std::sort(keys.begin(), keys.end());
+   if (const auto twice = std::adjacent_find(keys.begin(), keys.end()); twice != keys.end()) {
+      throw std::runtime_error("tunnel " + std::to_string(*twice) + " is configured twice");
+   }
+}
+
+// Every tunnel needs a row of its own: a configuration that cannot fit is refused before either
+// file is touched. --rows, which sizes a new chip, must agree with an existing one.
+void checkFits(const Config& config, const RunOptions& options, std::uint32_t chipRows,
+               bool existing) {
+   if (existing && options.rows && *options.rows != chipRows) {
+      throw ChipSizeError("--rows " + std::to_string(*options.rows) + ": " + options.chipFile +
+                          " has " + std::to_string(chipRows) +
+                          " decap rows (--rows only sizes a new chip file; to start over with " +
+                          std::to_string(*options.rows) + " rows, remove " + options.chipFile +
+                          " and " + StateStore::pathFor(options.chipFile) + ")");
+   }
+   if (config.tunnels.size() > chipRows) {
+      throw ChipSizeError("the configuration has " + std::to_string(config.tunnels.size()) +
+                          " tunnels, more than the chip's " + std::to_string(chipRows) +
+                          " decap rows; nothing was written" +
+                          (existing ? "" : " (--rows sizes a new chip)"));
    }
 }
 
@@ -66,9 +96,10 @@ struct ChipAndStore {
 
 // Both files are checked, and whether they belong together, before either is changed: a store
 // that cannot be read or written, or is damaged, or is another chip's, stops the run here.
-ChipAndStore openChipAndStore(const RunOptions& options) {
+ChipAndStore openChipAndStore(const Config& config, const RunOptions& options) {
    const std::string storePath = StateStore::pathFor(options.chipFile);
    const bool restart = pathExists(options.chipFile);
+   const std::uint32_t newRows = options.rows.value_or(ChipState::kDefaultDecapRows);
    std::unique_ptr<StateStore> store;
    std::optional<ChipState> existing;
    try {
@@ -78,18 +109,16 @@ ChipAndStore openChipAndStore(const RunOptions& options) {
          if (store) {
             store->checkBelongsTo(*existing);
          }
-         if (options.dryRun) {
-            existing = ChipState::copyOf(*existing);
-         }
       } else if (store) {
          store->checkFreeForNewChip(options.chipFile);
       }
    } catch (const StateStoreError& e) {
       throw StateStoreError(std::string(e.what()) + "; both files are left as they are");
    }
-   ChipState chip = restart         ? std::move(*existing)
-                    : options.dryRun ? ChipState::inMemory(options.rows)
-                                     : ChipState::create(options.chipFile, options.rows);
+   checkFits(config, options, restart ? existing->decapRows() : newRows, restart);
+   ChipState chip = restart          ? std::move(*existing)
+                    : options.dryRun ? ChipState::inMemory(newRows)
+                                     : ChipState::create(options.chipFile, newRows);
    bool storeMade = false;
    if (!options.dryRun && store) {
       store->chipIs(chip);
@@ -110,7 +139,7 @@ void checkLock(const ChipLock& lock, const RunOptions& options) {
 // However a life ends, even by an exception, it ends as a process does: the chip keeps every row
 // (the table's clean-up with its Util would delete them).
 class EndOfLife {
-  public:
+ public:
    explicit EndOfLife(Fwk::Ptr<IngL3IifTable>& table) : table_(table) {}
    ~EndOfLife() { now(); }
    EndOfLife(const EndOfLife&) = delete;
@@ -123,8 +152,15 @@ class EndOfLife {
          table_ = nullptr;
       }
    }
+   // The table, unable to touch the chip any more, left to the caller instead of torn down.
+   std::shared_ptr<void> leave() {
+      table_->utilIs(nullptr);
+      auto kept = std::make_shared<Fwk::Ptr<IngL3IifTable>>(std::move(table_));
+      table_ = nullptr;
+      return kept;
+   }
 
-  private:
+ private:
    Fwk::Ptr<IngL3IifTable>& table_;
 };
 
@@ -145,18 +181,22 @@ std::vector<bool> valuedRows(const ChipState& state) {
    return valued;
 }
 
-std::vector<RowFate> rowFates(const SimChip& chip, const std::vector<bool>& before) {
-   const std::vector<bool> after = valuedRows(chip.state());
-   std::vector<RowFate> fates(after.size(), RowFate::free);
-   for (std::size_t i = 0; i < after.size(); ++i) {
-      const bool written = (chip.decapTouch(static_cast<std::uint32_t>(i)) & SimChip::written) != 0;
-      if (before[i] && after[i]) {
-         fates[i] = written ? RowFate::rewritten : RowFate::adopted;
-      } else if (after[i]) {
-         fates[i] = RowFate::created;
-      } else if (before[i]) {
-         fates[i] = RowFate::purged;
+RowFate rowFate(bool before, bool after, std::uint8_t touch) {
+   if (before && after) {
+      if ((touch & SimChip::deleted) != 0) {
+         return RowFate::replaced;
       }
+      return (touch & SimChip::written) != 0 ? RowFate::rewritten : RowFate::adopted;
+   }
+   return after ? RowFate::created : before ? RowFate::purged : RowFate::free;
+}
+
+std::vector<RowFate> rowFates(const SimChip& chip, const std::vector<bool>& before) {
+   const ChipState& state = chip.state();
+   std::vector<RowFate> fates(state.decapRows(), RowFate::free);
+   for (std::uint32_t i = 0; i < state.decapRows(); ++i) {
+      fates[i] =
+          rowFate(before[i], state.decapRow(i).state == RowState::valued, chip.decapTouch(i));
    }
    return fates;
 }
@@ -188,6 +228,89 @@ void deliverAll(WriteCompletions* decap, ProfileTable& profiles, bool flush) {
    }
 }
 
+// Bindings of the keys the agent remembers: each key goes back to its row.
+void bindRemembered(IngL3IifTable& table, const StateStore* store, const RunOptions& options,
+                    RunReport& report) {
+   if (store == nullptr) {
+      return;
+   }
+   for (const Binding& b : store->bindings()) {
+      table.bindKeyToIndex(L3TunnelIntfKey(b.key), b.row);
+   }
+   report.keysBound = store->bindings().size();
+   if (options.recordChip) {
+      report.keysBefore = store->bindings();
+   }
+}
+
+void replay(IngL3IifTable& table, ProfileTable& profiles, const SimChip& chip, const Config& config,
+            const RunOptions& options) {
+   for (const std::uint32_t id : config.profiles) {
+      profiles.profileCommit(id);
+   }
+   for (std::size_t i = 0; i < config.tunnels.size(); ++i) {
+      const TunnelConfig& t = config.tunnels[i];
+      table.entryCommit(L3TunnelIntfKey(t.key),
+                        IngL3IifTable::Entry(profiles.profile(t.profileId), 0, t.ipv4UcEnable,
+                                             t.ipv6UcEnable, t.trustDscp, t.vrf));
+      if (options.progress && (i % 1024 == 0 || i + 1 == config.tunnels.size())) {
+         options.progress(i + 1, config.tunnels.size());
+      }
+      profiles.deliverAcks(SIZE_MAX);
+      checkChip(chip);
+   }
+}
+
+// Initialisation completes, stale rows go, and every write completes.
+void finishInitialisation(IngL3IifTable& table, ProfileTable& profiles, SimChip& chip,
+                          WriteCompletions* completions) {
+   profiles.initComplete();
+   deliverAll(completions, profiles, false);
+   table.doInitComplete();
+   deliverAll(completions, profiles, false);
+   table.purgeStaleEntries();
+   profiles.purgeStale();
+   deliverAll(completions, profiles, true);
+   chip.applyQueued();
+   checkChip(chip);
+}
+
+void countOutcome(const IngL3IifTable& table, const SimChip& chip, const ProfileTable& profiles,
+                  RunReport& report) {
+   const auto& stats = table.statistics();
+   report.rowsAdopted = stats.count(Asic::SwTable::reconciledMatch);
+   report.rowsRewritten = stats.count(Asic::SwTable::reconciledMismatch);
+   report.newEntries = stats.count(Asic::SwTable::noSyncedEntry);
+   report.rowsPurged = stats.count(Asic::SwTable::hwEntryDeleted);
+   report.rowWrites = chip.counters().decapWrites;
+   report.rowDeletes = chip.counters().decapDeletes;
+   report.profileRowWrites = chip.counters().profileWrites;
+   report.profileRowDeletes = chip.counters().profileDeletes;
+   report.profileRowsAdopted = profiles.statistics().adopted;
+   report.indicesInUse = table.indexAllocator()->totalUsedIndices();
+}
+
+std::size_t entriesNotInHardware(const IngL3IifTable& table, const Config& config) {
+   return static_cast<std::size_t>(std::count_if(
+       config.tunnels.begin(), config.tunnels.end(),
+       [&](const TunnelConfig& t) { return !table.entryInHwTable(L3TunnelIntfKey(t.key)); }));
+}
+
+// The row each configured key uses, in row order.
+std::vector<Binding> configuredRows(const IngL3IifTable& table, const Config& config) {
+   std::vector<Binding> rows;
+   rows.reserve(config.tunnels.size());
+   for (const auto& t : config.tunnels) {
+      const Asic::Index index = table.hwIndexOnlyForCrossAgentCommunication(L3TunnelIntfKey(t.key));
+      if (index != Asic::kInvalidIndex) {
+         rows.push_back(Binding{t.key, index});
+      }
+   }
+   std::sort(rows.begin(), rows.end(),
+             [](const Binding& a, const Binding& b) { return a.row < b.row; });
+   return rows;
+}
+
 }  // namespace
 
 RunReport runAgent(const Config& config, const RunOptions& options, const ChipLock& lock) {
@@ -200,18 +323,20 @@ RunReport runAgent(const Config& config, const RunOptions& options, const ChipLo
    }
    const auto start = std::chrono::steady_clock::now();
    RunReport report;
-   ChipAndStore opened = openChipAndStore(options);
+   ChipAndStore opened = openChipAndStore(config, options);
    const std::unique_ptr<StateStore> store = std::move(opened.store);
    report.restart = opened.restart;
-   SimChip chip(std::move(opened.chip));
+   // A dry run works on a copy; the chip as it was found stays as it is.
+   SimChip chip(options.dryRun ? ChipState::copyOf(opened.chip) : std::move(opened.chip));
+   if (options.recordChip && options.dryRun) {
+      report.chipBefore = std::make_shared<const ChipState>(std::move(opened.chip));
+   }
    chip.ackPolicyIs(options.ackPolicy);
    chip.journalIs(options.dryRun ? nullptr : store.get(), options.writesPerCommit);
    const std::uint32_t rows = chip.state().decapRows();
    const std::vector<bool> before = valuedRows(chip.state());
-   report.unboundRows = opened.storeMade && std::find(before.begin(), before.end(), true) != before.end();
-   if (options.recordChip) {
-      report.chipBefore = std::make_shared<const ChipState>(ChipState::copyOf(chip.state()));
-   }
+   report.unboundRows =
+       opened.storeMade && std::find(before.begin(), before.end(), true) != before.end();
 
    ProfileTable profiles(chip);
    if (report.restart) {
@@ -224,67 +349,18 @@ RunReport runAgent(const Config& config, const RunOptions& options, const ChipLo
        dynamic_cast<WriteCompletions*>(const_cast<IngL3IifTable::Util*>(table->util()));
    if (report.restart) {
       recover(*table);
-      for (const Binding& b : store ? store->bindings() : std::vector<Binding>{}) {
-         table->bindKeyToIndex(L3TunnelIntfKey(b.key), b.row);
-         ++report.keysBound;
-         if (options.recordChip) {
-            report.keyIndicesBefore.emplace(b.key, b.row);
-         }
-      }
+      bindRemembered(*table, store.get(), options, report);
    }
-
-   for (const std::uint32_t id : config.profiles) {
-      profiles.profileCommit(id);
-   }
-   for (std::size_t i = 0; i < config.tunnels.size(); ++i) {
-      const TunnelConfig& t = config.tunnels[i];
-      table->entryCommit(L3TunnelIntfKey(t.key),
-                         IngL3IifTable::Entry(profiles.profile(t.profileId), 0, t.ipv4UcEnable,
-                                              t.ipv6UcEnable, t.trustDscp, t.vrf));
-      if (options.progress && (i % 1024 == 0 || i + 1 == config.tunnels.size())) {
-         options.progress(i + 1, config.tunnels.size());
-      }
-      profiles.deliverAcks(SIZE_MAX);
-      checkChip(chip);
-   }
+   replay(*table, profiles, chip, config, options);
    report.entriesCommitted = config.tunnels.size();
+   finishInitialisation(*table, profiles, chip, completions);
 
-   profiles.initComplete();
-   deliverAll(completions, profiles, false);
-   table->doInitComplete();
-   deliverAll(completions, profiles, false);
-   table->purgeStaleEntries();
-   profiles.purgeStale();
-   deliverAll(completions, profiles, true);
-   chip.applyQueued();
-   checkChip(chip);
-
-   const auto& stats = table->statistics();
-   report.adopted = stats.count(Asic::SwTable::reconciledMatch);
-   report.rewritten = stats.count(Asic::SwTable::reconciledMismatch);
-   report.created = stats.count(Asic::SwTable::noSyncedEntry);
-   report.purged = stats.count(Asic::SwTable::hwEntryDeleted);
-   report.rowsWritten = chip.counters().decapWrites;
-   report.rowsDeleted = chip.counters().decapDeletes;
-   report.profileRowsWritten = chip.counters().profileWrites;
-   report.profileRowsDeleted = chip.counters().profileDeletes;
-   report.profilesAdopted = profiles.statistics().adopted;
-   report.indicesInUse = table->indexAllocator()->totalUsedIndices();
-   std::map<std::uint64_t, std::uint32_t> reported;
-   for (const auto& t : config.tunnels) {
-      const L3TunnelIntfKey key(t.key);
-      if (!table->entryInHwTable(key)) {
-         ++report.handlesNotInHardware;
-      }
-      const Asic::Index index = table->hwIndexOnlyForCrossAgentCommunication(key);
-      if (index != Asic::kInvalidIndex) {
-         reported.emplace(t.key, index);
-      }
+   countOutcome(*table, chip, profiles, report);
+   report.entriesNotInHardware = entriesNotInHardware(*table, config);
+   if (options.recordChip) {
+      report.keysAfter = configuredRows(*table, config);
    }
    report.rows = rowFates(chip, before);
-   if (options.recordChip) {
-      report.chipAfter = std::make_shared<const ChipState>(ChipState::copyOf(chip.state()));
-   }
    if (!options.dryRun) {
       chip.state().sync();
       // A binding of a row valued at the start is in use, or went when the purge deleted it.
@@ -293,12 +369,16 @@ RunReport runAgent(const Config& config, const RunOptions& options, const ChipLo
                 table->hwIndexOnlyForCrossAgentCommunication(L3TunnelIntfKey(b.key)) == b.row;
       });
    }
-   report.keyIndices = std::move(reported);
    report.storeSeconds = store ? store->seconds() : 0;
-
-   end.now();
-   report.seconds =
-       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+   if (options.keepTable) {
+      report.table = end.leave();
+   } else {
+      end.now();
+   }
+   if (options.recordChip && options.dryRun) {
+      report.chipAfter = std::make_shared<const ChipState>(std::move(chip.state()));
+   }
+   report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
    return report;
 }
 

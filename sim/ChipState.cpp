@@ -57,8 +57,20 @@ std::uint32_t crc32(const std::uint8_t* data, std::size_t n) {
    return c ^ 0xFFFFFFFFU;
 }
 
-// CRC-8 of a row's bytes but its check byte (at 3), salted with the row's table and index.
+// CRC-8 (polynomial 0x07) of a row's bytes but its check byte (at 3), salted with the row's table
+// and index. Table-driven: every row written and every row of a file opened is checked.
 std::uint8_t rowCheck(const std::uint8_t* row, std::uint32_t table, std::uint32_t index) {
+   static const auto crcTable = [] {
+      std::array<std::uint8_t, 256> t{};
+      for (std::uint32_t i = 0; i < 256; ++i) {
+         auto c = static_cast<std::uint8_t>(i);
+         for (int k = 0; k < 8; ++k) {
+            c = static_cast<std::uint8_t>((c & 0x80) ? (c << 1) ^ 0x07 : c << 1);
+         }
+         t[i] = c;
+      }
+      return t;
+   }();
    std::uint8_t bytes[4 + 3 + 4 + 1];
    std::memcpy(bytes, &index, 4);
    std::memcpy(bytes + 4, row, 3);
@@ -66,10 +78,7 @@ std::uint8_t rowCheck(const std::uint8_t* row, std::uint32_t table, std::uint32_
    bytes[11] = static_cast<std::uint8_t>(table);
    std::uint8_t c = 0;
    for (std::uint8_t b : bytes) {
-      c ^= b;
-      for (int k = 0; k < 8; ++k) {
-         c = static_cast<std::uint8_t>((c & 0x80) ? (c << 1) ^ 0x07 : c << 1);
-      }
+      c = crcTable[c ^ b];
    }
    return c;
 }
@@ -104,7 +113,9 @@ void initialise(std::uint8_t* base, std::uint32_t decapRows) {
    store<std::uint32_t>(base + kHeaderCheckOffset, crc32(base, kHeaderCheckOffset));
 }
 
-std::string errnoText() { return std::strerror(errno); }
+std::string errnoText() {
+   return std::strerror(errno);
+}
 
 void checkRowCount(const std::string& what, std::uint32_t decapRows) {
    if (decapRows == 0 || decapRows > ChipState::kMaxDecapRows) {
@@ -116,8 +127,7 @@ void checkRowCount(const std::string& what, std::uint32_t decapRows) {
 
 // Like rename(), but fails when `to` exists.
 int renameNoReplace(const std::string& from, const std::string& to) {
-   const int renamed =
-       ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+   const int renamed = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
    if (renamed == 0 || (errno != EINVAL && errno != ENOSYS)) {
       return renamed;
    }
@@ -127,8 +137,8 @@ int renameNoReplace(const std::string& from, const std::string& to) {
 
 // The file's first `size` bytes, shared with the file; null on failure (errno says why).
 std::uint8_t* map(int fd, std::size_t size, bool writable) {
-   void* base = ::mmap(nullptr, size, writable ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED,
-                       fd, 0);
+   void* base =
+       ::mmap(nullptr, size, writable ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, fd, 0);
    return base == MAP_FAILED ? nullptr : static_cast<std::uint8_t*>(base);
 }
 
@@ -253,8 +263,7 @@ ChipState ChipState::copyOf(const ChipState& other) {
    return ChipState(other.path_ + " (copy)", base, other.size_, -1, true);
 }
 
-ChipState::ChipState(std::string path, std::uint8_t* base, std::size_t size, int fd,
-                     bool writable)
+ChipState::ChipState(std::string path, std::uint8_t* base, std::size_t size, int fd, bool writable)
     : path_(std::move(path)), base_(base), size_(size), fd_(fd), writable_(writable) {}
 
 ChipState::ChipState(ChipState&& o) noexcept
@@ -276,7 +285,9 @@ ChipState& ChipState::operator=(ChipState&& o) noexcept {
    return *this;
 }
 
-ChipState::~ChipState() { release(); }
+ChipState::~ChipState() {
+   release();
+}
 
 void ChipState::release() noexcept {
    if (base_ == nullptr) {
@@ -330,14 +341,19 @@ void ChipState::rowIs(std::uint32_t table, std::uint32_t index, std::uint8_t (&b
 
 DecapRow ChipState::decapRow(std::uint32_t index) const {
    const std::uint8_t* row = rowAddress(0, index);
-   return DecapRow{static_cast<RowState>(row[0]), row[1], (row[2] & 1) != 0, (row[2] & 2) != 0,
-                   (row[2] & 4) != 0, load<std::uint32_t>(row + 4)};
+   return DecapRow{static_cast<RowState>(row[0]),
+                   row[1],
+                   (row[2] & 1) != 0,
+                   (row[2] & 2) != 0,
+                   (row[2] & 4) != 0,
+                   load<std::uint32_t>(row + 4)};
 }
 
 void ChipState::decapRowIs(std::uint32_t index, const DecapRow& r) {
-   std::uint8_t row[8] = {static_cast<std::uint8_t>(r.state), r.profileIndex,
-                          static_cast<std::uint8_t>((r.ipv4UcEnable ? 1 : 0) |
-                                                    (r.ipv6UcEnable ? 2 : 0) | (r.trustDscp ? 4 : 0))};
+   std::uint8_t row[8] = {
+       static_cast<std::uint8_t>(r.state), r.profileIndex,
+       static_cast<std::uint8_t>((r.ipv4UcEnable ? 1 : 0) | (r.ipv6UcEnable ? 2 : 0) |
+                                 (r.trustDscp ? 4 : 0))};
    store<std::uint32_t>(row + 4, r.vrf);
    rowIs(0, index, row);
 }

@@ -1,9 +1,7 @@
 // The l3decap program run as a user runs it: one process per command against files in a
-// directory of the test's own, checked through its exit status, its JSON and the files it leaves.
+// directory of the test's own, checked through its exit status, its output and the files it leaves.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -17,27 +15,14 @@ namespace {
 using CliTest::readFile;
 using CliTest::writeFile;
 using nlohmann::json;
+using Fates = std::map<std::string, std::size_t>;
 
-struct Tunnel {
-   std::uint64_t key;
-   std::uint32_t profile;
-   std::uint32_t vrf;
-};
-
-std::vector<Tunnel> tunnels(std::size_t count) {
-   std::vector<Tunnel> list;
-   for (std::size_t i = 0; i < count; ++i) {
-      list.push_back(Tunnel{5000 + i, static_cast<std::uint32_t>(1 + i % 2),
-                            static_cast<std::uint32_t>(100 + i)});
-   }
-   return list;
-}
-
-std::string configText(const std::vector<Tunnel>& list) {
-   std::string text = "# two profiles\nprofile 1\nprofile 2\n";
-   for (const Tunnel& t : list) {
-      text += "tunnel " + std::to_string(t.key) + " profile " + std::to_string(t.profile) +
-              " vrf " + std::to_string(t.vrf) + " ipv4\n";
+// Tunnels first..last, each with a vrf of its own plus `shift`.
+std::string configText(std::uint64_t first, std::uint64_t last, std::uint32_t shift = 0) {
+   std::string text = "profile 1\nprofile 2\n";
+   for (std::uint64_t key = first; key <= last; ++key) {
+      text += "tunnel " + std::to_string(key) + " profile " + std::to_string(1 + key % 2) +
+              " vrf " + std::to_string(key + shift) + " ipv4\n";
    }
    return text;
 }
@@ -56,258 +41,208 @@ class AgentProgramTest : public ::testing::Test {
                             const std::vector<std::string>& environment = {}) const {
       return CliTest::runProgram(dir, args, environment);
    }
-   // Runs a command that must succeed and print one JSON document.
    json jsonOf(const std::vector<std::string>& args) const {
       const auto outcome = l3decap(args);
       EXPECT_EQ(outcome.status, 0) << outcome.err;
       return json::parse(outcome.out);
    }
-   json run(const std::vector<Tunnel>& list, std::vector<std::string> extra = {}) const {
-      writeFile(dir / "l3decap.conf", configText(list));
-      std::vector<std::string> args{"run",        "--config", "l3decap.conf", "--chip",
-                                    "chip.state", "--rows",   "512",          "--json"};
+   // `command` (run or plan) on chip.state with `config` (a new chip has 64 rows), and `extra`.
+   std::vector<std::string> agent(const std::string& command, const std::string& config,
+                                  const std::vector<std::string>& extra = {}) const {
+      writeFile(dir / "l3decap.conf", config);
+      std::vector<std::string> args = withConfig(command, {"--rows", "64"});
       args.insert(args.end(), extra.begin(), extra.end());
-      return jsonOf(args);
+      return args;
    }
-   // Key to index of the valued decap rows, as dump shows them.
+   static std::vector<std::string> withConfig(const std::string& command,
+                                              std::vector<std::string> extra) {
+      extra.insert(extra.begin(), {command, "--config", "l3decap.conf", "--chip", "chip.state"});
+      return extra;
+   }
+   // Key to row of the valued decap rows, as dump shows them.
    std::map<std::uint64_t, std::uint32_t> dumpedKeys() const {
       std::map<std::uint64_t, std::uint32_t> keys;
       const json dumped = jsonOf({"dump", "--chip", "chip.state", "--json"});
       for (const auto& row : dumped["decap"]) {
-         if (row["state"] == "valued") {
-            keys.emplace(row["key"].get<std::uint64_t>(), row["index"].get<std::uint32_t>());
-         }
+         keys.emplace(row["key"].get<std::uint64_t>(), row["index"].get<std::uint32_t>());
       }
       return keys;
    }
-   std::string chipBytes() const { return readFile(dir / "chip.state"); }
-   std::string storeBytes() const { return readFile(dir / "chip.state.db"); }
+   std::string files() const {
+      return readFile(dir / "chip.state") + "|" + readFile(dir / "chip.state.db");
+   }
 
    const ::Test::ScratchDir scratch{"l3decap-cli"};
    std::filesystem::path dir = scratch.path();
 };
 
-std::set<std::uint32_t> changedRows(const json& report, const std::string& fate) {
-   std::set<std::uint32_t> rows;
-   for (const auto& row : report["changedRows"]) {
-      if (row["fate"] == fate) {
-         rows.insert(row["index"].get<std::uint32_t>());
+Fates countersOf(const json& report) {
+   return {{"adopted", report["rowsAdopted"]},
+           {"rewritten", report["rowsRewritten"]},
+           {"new", report["newEntries"]},
+           {"purged", report["rowsPurged"]}};
+}
+
+// Fates by the rows listed under `list` (with the adopted rows a run does not list).
+Fates fatesOf(const json& report, const char* list, std::size_t adopted = 0) {
+   Fates fates{{"adopted", adopted}, {"rewritten", 0}, {"new", 0}, {"purged", 0}};
+   for (const auto& row : report[list]) {
+      ++fates.at(row["fate"].get<std::string>());
+   }
+   return fates;
+}
+
+// The counts a picture's legend gives for each fate (">new: 10<"), summed over its panels.
+Fates legendOf(const std::string& svg) {
+   Fates fates;
+   for (const char* fate : {"adopted", "rewritten", "new", "purged"}) {
+      const std::string label = std::string(">") + fate + ": ";
+      for (auto at = svg.find(label); at != std::string::npos; at = svg.find(label, at + 1)) {
+         fates[fate] += std::stoul(svg.substr(at + label.size(), 20));
       }
    }
-   return rows;
+   return fates;
 }
 
 TEST_F(AgentProgramTest, RestartWithTheSameConfigurationWritesAndDeletesNothing) {
-   const json cold = run(tunnels(200));
-   EXPECT_FALSE(cold["restart"].get<bool>());
-   EXPECT_EQ(cold["rowsWritten"], 200);
-   EXPECT_EQ(cold["new"], 200);
-   EXPECT_EQ(cold["decapRows"], 512);
-
-   const json warm = run(tunnels(200));
-   EXPECT_TRUE(warm["restart"].get<bool>());
-   EXPECT_EQ(warm["rowsWritten"], 0);
-   EXPECT_EQ(warm["rowsDeleted"], 0);
-   EXPECT_EQ(warm["profileRowsWritten"], 0);
-   EXPECT_EQ(warm["adopted"], 200);
-   EXPECT_EQ(warm["keysBound"], 200);
+   const json cold = jsonOf(agent("run", configText(1, 50), {"--json"}));
+   EXPECT_EQ(cold["rowWrites"], 50);
+   EXPECT_EQ(cold["newEntries"], 50);
+   const json warm = jsonOf(agent("run", configText(1, 50), {"--json", "--strict-restart"}));
+   EXPECT_EQ(warm["rowWrites"], 0);
+   EXPECT_EQ(warm["rowDeletes"], 0);
+   EXPECT_EQ(warm["profileRowWrites"], 0);
+   EXPECT_EQ(warm["rowsAdopted"], 50);
+   EXPECT_EQ(warm["keysBound"], 50);
    EXPECT_TRUE(warm["changedRows"].empty());
+   EXPECT_TRUE(warm["strictRestart"]["passed"].get<bool>());
 
-   const json strict = run(tunnels(200), {"--strict-restart"});
-   EXPECT_EQ(strict["rowsWritten"], 0);
-   EXPECT_TRUE(strict["strictRestart"]["passed"].get<bool>());
-   EXPECT_TRUE(strict["strictRestart"]["violations"].empty());
+   // Without its state store no key can be bound to its row: each is written anew, none is lost.
+   std::filesystem::remove(dir / "chip.state.db");
+   const auto unbound = l3decap(agent("run", configText(1, 50), {"--json"}));
+   EXPECT_NE(unbound.err.find("had no state store"), std::string::npos) << unbound.err;
+   const json again = json::parse(unbound.out);
+   EXPECT_EQ(again["rowsPurged"], 50);
+   EXPECT_EQ(again["newEntries"], 50);
+   EXPECT_EQ(dumpedKeys().size(), 50U);
 }
 
-TEST_F(AgentProgramTest, ChangedConfigurationRewritesExactlyTheChangedRows) {
-   run(tunnels(100));
+// A full chip: the removed tunnels' rows are purged and then reused by the added ones. Every
+// output gives each row the fates its totals count: the plan (text and JSON), the run, the
+// pictures; and the run does what the plan said.
+TEST_F(AgentProgramTest, EveryOutputCountsTheFatesOfItsRows) {
+   jsonOf(agent("run", configText(1, 64), {"--json"}));
    const auto before = dumpedKeys();
-   ASSERT_EQ(before.size(), 100U);
+   std::string next = configText(11, 64);
+   next.replace(next.find("vrf 20 "), 7, "vrf 9 ");  // tunnel 20 rewritten
+   next += configText(101, 110).substr(20);          // ten new tunnels
+   const Fates expected{{"adopted", 53}, {"rewritten", 1}, {"new", 10}, {"purged", 10}};
 
-   std::vector<Tunnel> next = tunnels(96);  // the last four are removed
-   std::set<std::uint32_t> changedIndices;
-   for (const std::size_t i : {3, 17, 40, 41, 90}) {
-      next[i].vrf += 10000;
-      changedIndices.insert(before.at(next[i].key));
+   const std::string held = files();
+   const json plan = jsonOf(agent("plan", next, {"--json", "--svg", "plan.svg"}));
+   EXPECT_EQ(countersOf(plan), expected);
+   EXPECT_EQ(fatesOf(plan, "rows"), expected);
+   EXPECT_EQ(legendOf(readFile(dir / "plan.svg")), expected);
+   const std::string text = l3decap(agent("plan", next)).out;
+   EXPECT_NE(text.find("totals: 53 adopted, 1 rewritten, 10 new, 10 purged;"), std::string::npos)
+       << text;
+   EXPECT_EQ(occurrences(text, " purged "), 10U) << text;
+   EXPECT_EQ(files(), held);
+
+   const json run = jsonOf(agent("run", next, {"--json", "--svg", "run.svg"}));
+   EXPECT_EQ(countersOf(run), expected);
+   EXPECT_EQ(fatesOf(run, "changedRows", run["rowsAdopted"]), expected);
+   EXPECT_EQ(legendOf(readFile(dir / "run.svg")), expected);
+   for (const char* counter : {"rowWrites", "rowDeletes", "indicesInUse"}) {
+      EXPECT_EQ(plan[counter], run[counter]) << counter;
    }
-   std::set<std::uint32_t> removedIndices;
-   for (std::uint64_t key = 5096; key < 5100; ++key) {
-      removedIndices.insert(before.at(key));
-   }
-   next.push_back(Tunnel{77, 1, 7});
-   next.push_back(Tunnel{78, 2, 8});
-
-   const json warm = run(next, {"--svg", "rows.svg"});
-   EXPECT_EQ(warm["rewritten"], 5);
-   EXPECT_EQ(warm["new"], 2);
-   EXPECT_EQ(warm["purged"], 4);
-   EXPECT_EQ(warm["adopted"], 91);
-   EXPECT_EQ(warm["rowsWritten"], 7);
-   EXPECT_EQ(warm["rowsDeleted"], 4);
-   EXPECT_EQ(changedRows(warm, "rewritten"), changedIndices);
-   EXPECT_EQ(changedRows(warm, "purged"), removedIndices);
-   EXPECT_EQ(changedRows(warm, "new").size(), 2U);
-
-   // The chip agrees with the summary: the same rows are in use, the kept keys did not move.
    const auto after = dumpedKeys();
-   EXPECT_EQ(after.size(), warm["indicesInUse"].get<std::size_t>());
-   for (const Tunnel& t : next) {
-      if (before.contains(t.key)) {
-         EXPECT_EQ(after.at(t.key), before.at(t.key)) << "key " << t.key;
-      }
+   EXPECT_EQ(after.size(), 64U);
+   for (std::uint64_t key = 11; key <= 64; ++key) {
+      EXPECT_EQ(after.at(key), before.at(key)) << "key " << key << " moved";
    }
-   const json dumped = jsonOf({"dump", "--chip", "chip.state", "--json"});
-   const auto changedRow =
-       std::find_if(dumped["decap"].begin(), dumped["decap"].end(),
-                    [&](const json& row) { return row["key"] == next[17].key; });
-   ASSERT_NE(changedRow, dumped["decap"].end());
-   EXPECT_EQ((*changedRow)["vrf"], next[17].vrf);
+}
 
-   // So does the picture: one cell per row, each fate's count in the legend.
+// In a picture of a large chip a cell covers several rows and is banded by their fates.
+TEST_F(AgentProgramTest, APictureOfALargeChipShowsEachFatesShare) {
+   writeFile(dir / "l3decap.conf", configText(1, 3));
+   ASSERT_EQ(l3decap({"run", "--config", "l3decap.conf", "--chip", "chip.state", "--rows", "65536",
+                      "--svg", "rows.svg"})
+                 .status,
+             0);
    const std::string svg = readFile(dir / "rows.svg");
-   EXPECT_EQ(occurrences(svg, "class=\"cell rewritten\""), 5U);
-   EXPECT_EQ(occurrences(svg, "class=\"cell new\""), 2U);
-   EXPECT_EQ(occurrences(svg, "class=\"cell purged\""), 4U);
-   EXPECT_EQ(occurrences(svg, "class=\"cell adopted\""), 91U);
-   EXPECT_EQ(occurrences(svg, "class=\"cell free\""), 512U - 102U);
-   EXPECT_NE(svg.find(">rewritten: 5<"), std::string::npos);
+   EXPECT_NE(svg.find("one cell per 4 rows"), std::string::npos);
+   EXPECT_NE(svg.find("<title>rows 0-3: 3 new, 1 free</title>"), std::string::npos);
+   EXPECT_NE(svg.find("class=\"cell new\" x=\"16\" y=\"50\" width=\"8\" height=\"6\""),
+             std::string::npos);
 }
 
-TEST_F(AgentProgramTest, DamagedChipFileIsRefusedAndLeftUntouched) {
-   run(tunnels(20));
-   const std::string good = chipBytes();
-   const std::string store = storeBytes();
-   writeFile(dir / "l3decap.conf", configText(tunnels(25)));
-   for (const std::size_t offset : {std::size_t{20}, std::size_t{64 + 8 * 5 + 1}}) {
-      std::string damaged = good;
-      damaged[offset] = static_cast<char>(damaged[offset] ^ 0x10);
-      writeFile(dir / "chip.state", damaged);
-      for (const auto& command : {"run", "plan"}) {
-         const auto outcome =
-             l3decap({command, "--config", "l3decap.conf", "--chip", "chip.state"});
-         EXPECT_EQ(outcome.status, 1) << command << " offset " << offset << ": " << outcome.err;
-         EXPECT_NE(outcome.err.find("chip.state: "), std::string::npos) << outcome.err;
-         EXPECT_EQ(chipBytes(), damaged) << command << " offset " << offset;
-         EXPECT_EQ(storeBytes(), store);
-      }
-      EXPECT_EQ(l3decap({"dump", "--chip", "chip.state"}).status, 1);
-      EXPECT_EQ(chipBytes(), damaged);
-   }
-}
-
-TEST_F(AgentProgramTest, BadConfigurationLineIsReportedAndProgramsNothing) {
-   std::string text = configText(tunnels(10));
-   text += "tunnel 9 profile 1 vrf 12 ipv5\n";  // line 14
-   writeFile(dir / "bad.conf", text);
-   const std::vector<std::string> args{"run", "--config", "bad.conf", "--chip", "chip.state"};
-
-   auto outcome = l3decap(args);
-   EXPECT_EQ(outcome.status, 2);
-   EXPECT_NE(outcome.err.find("bad.conf:14: unknown word 'ipv5'"), std::string::npos)
-       << outcome.err;
-   EXPECT_FALSE(std::filesystem::exists(dir / "chip.state"));
-
-   run(tunnels(10));
-   const std::string chip = chipBytes();
-   const std::string store = storeBytes();
-   outcome = l3decap(args);
-   EXPECT_EQ(outcome.status, 2);
-   EXPECT_EQ(chipBytes(), chip);
-   EXPECT_EQ(storeBytes(), store);
-}
-
-TEST_F(AgentProgramTest, PlanForecastsTheRunAndWritesNothing) {
-   const auto planArgs = [](const std::string& chip) {
-      return std::vector<std::string>{"plan", "--config", "l3decap.conf", "--chip", chip, "--json"};
-   };
-   writeFile(dir / "l3decap.conf", configText(tunnels(30)));
-   const json coldPlan = jsonOf(planArgs("new.state"));
-   EXPECT_EQ(coldPlan["new"], 30);
-   EXPECT_FALSE(std::filesystem::exists(dir / "new.state"));
-   EXPECT_FALSE(std::filesystem::exists(dir / "new.state.db"));
-
-   run(tunnels(30));
-   const std::string chip = chipBytes();
-   const std::string store = storeBytes();
-   std::vector<Tunnel> next = tunnels(28);
-   next[4].vrf = 9;
-   writeFile(dir / "l3decap.conf", configText(next));
-   const json plan = jsonOf(planArgs("chip.state"));
-   EXPECT_EQ(chipBytes(), chip);
-   EXPECT_EQ(storeBytes(), store);
-
-   std::map<std::string, std::size_t> fates;
-   for (const auto& row : plan["rows"]) {
-      ++fates[row["fate"].get<std::string>()];
-      if (row["fate"] == "rewritten") {
-         EXPECT_EQ(row["key"], next[4].key);
-         EXPECT_EQ(row["before"]["vrf"], 104);
-         EXPECT_EQ(row["after"]["vrf"], 9);
-      }
-   }
-   EXPECT_EQ(fates, (std::map<std::string, std::size_t>{
-                        {"adopted", 27}, {"purged", 2}, {"rewritten", 1}}));
-
-   const json actual = run(next);
-   for (const char* counter :
-        {"rowsWritten", "rowsDeleted", "adopted", "rewritten", "new", "purged", "indicesInUse"}) {
-      EXPECT_EQ(plan[counter], actual[counter]) << counter;
-   }
-}
-
-TEST_F(AgentProgramTest, UsageErrorsNameTheProblemAndExitTwo) {
-   writeFile(dir / "l3decap.conf", configText(tunnels(3)));
-   const std::vector<std::string> run{"run", "--config", "l3decap.conf", "--chip", "chip.state"};
-   const auto with = [&](std::vector<std::string> extra) {
-      std::vector<std::string> args = run;
-      args.insert(args.end(), extra.begin(), extra.end());
-      return args;
-   };
+// Bad input is refused with a message naming it, as JSON too when asked, and changes nothing.
+TEST_F(AgentProgramTest, BadInputIsRefusedAndChangesNothing) {
+   jsonOf(agent("run", configText(1, 3), {"--json"}));
+   const std::string held = files();
    struct Case {
       std::vector<std::string> args;
-      std::vector<std::string> environment;
+      std::string config;  // of l3decap.conf
+      int status;
       std::string message;
+      std::vector<std::string> environment = {};
    };
+   const auto run = [](std::vector<std::string> extra) {
+      return withConfig("run", std::move(extra));
+   };
+   const std::string good = configText(1, 3);
+   const std::string longWord(1 << 20, 'w');
    const std::vector<Case> cases{
-       {with({"--trace", "TalvikL3Decap::IngL3IifTable=40"}), {}, "--trace"},
-       {run, {"L3DECAP_TRACE=*=nonsense"}, "L3DECAP_TRACE"},
-       {run, {"L3DECAP_PLUGIN_PATH=relative/dir"}, "L3DECAP_PLUGIN_PATH"},
-       {with({"--ack-window", "0"}), {}, "--ack-window"},
-       {with({"--bogus"}), {}, "--bogus"},
-       {{"run", "--chip", "chip.state"}, {}, "--config"},
-       {{"frobnicate"}, {}, "frobnicate"},
-       {{"demo", "--tunnels", "0"}, {}, "--tunnels"},
+       {run({}), good + "tunnel 9 profile 1 " + longWord + "\n", 2,
+        "l3decap.conf:6: unknown word '" + longWord.substr(0, 40) + "...' in tunnel 9"},
+       {run({}), "profile 1\ntunnel 9 profile 1 \x1b[2J\n", 2, "word '\\x1b[2J' in"},
+       {run({}), "profile 1\n", 2, "no tunnels; a run would purge every decap row"},
+       {run({}), configText(1, 65), 2,
+        "65 tunnels, more than the chip's 64 decap rows; nothing was written"},
+       {run({"--rows", "128"}), good, 2,
+        "to start over with 128 rows, remove chip.state and chip.state.db"},
+       {run({"--rows", "abc"}), good, 2, "'abc' is not a number"},
+       {run({"--rows", "0"}), good, 2, "'0' is out of range"},
+       {run({"--ack-window", "0"}), good, 2, "--ack-window"},
+       {run({"--trace", "*=40"}), good, 2, "--trace '*=40'"},
+       {run({"--bogus"}), good, 2, "--bogus"},
+       {withConfig("plan", {}), good, 1, "plug-in is not loaded", {"L3DECAP_PLUGIN_PATH=/"}},
+       {run({}), good, 2, "L3DECAP_PLUGIN_PATH", {"L3DECAP_PLUGIN_PATH=x"}},
+       {{"run", "--chip", "chip.state"}, good, 2, "--config"},
+       {{"plan", "--config", "/", "--chip", "chip.state"}, good, 2, "/: is a directory"},
+       {{"frob\x07nicate"}, good, 2, "unknown command 'frob\\x07nicate'"},
+       {{"demo", "--tunnels", "0"}, good, 2, "--tunnels"},
+       {{"dump", "--chip", "none.state"}, good, 1, "none.state"},
    };
    for (const Case& c : cases) {
-      const auto outcome = l3decap(c.args, c.environment);
-      EXPECT_EQ(outcome.status, 2) << c.message << ": " << outcome.err;
-      EXPECT_NE(outcome.err.find(c.message), std::string::npos) << outcome.err;
-      EXPECT_FALSE(std::filesystem::exists(dir / "chip.state")) << c.message;
+      for (const bool json : {false, true}) {
+         std::vector<std::string> args = c.args;
+         if (json) {
+            args.push_back("--json");
+         }
+         writeFile(dir / "l3decap.conf", c.config);
+         const auto outcome = l3decap(args, c.environment);
+         SCOPED_TRACE(c.message);
+         EXPECT_EQ(outcome.status, c.status) << outcome.err;
+         EXPECT_NE(outcome.err.find(c.message), std::string::npos) << outcome.err;
+         EXPECT_LT(outcome.err.size(), 1000U);
+         if (json) {
+            const auto error = json::parse(outcome.out);
+            EXPECT_EQ(error["exitCode"], c.status);
+            EXPECT_FALSE(error["error"].get<std::string>().empty());
+         } else {
+            EXPECT_EQ(outcome.out, "");
+         }
+         EXPECT_EQ(files(), held);
+      }
    }
 
-   // --rows sizes a new chip only; against an existing one it must match.
-   EXPECT_EQ(l3decap(with({"--rows", "64"})).status, 0);
-   const auto outcome = l3decap(with({"--rows", "128"}));
-   EXPECT_EQ(outcome.status, 2);
-   EXPECT_NE(outcome.err.find("64 decap rows"), std::string::npos) << outcome.err;
-}
-
-TEST_F(AgentProgramTest, MissingPlugInIsARuntimeFailure) {
-   writeFile(dir / "l3decap.conf", configText(tunnels(3)));
-   const auto outcome = l3decap({"run", "--config", "l3decap.conf", "--chip", "chip.state"},
-                                {"L3DECAP_PLUGIN_PATH=" + dir.string()});
-   EXPECT_EQ(outcome.status, 1);
-   EXPECT_NE(outcome.err.find("plug-in is not loaded"), std::string::npos) << outcome.err;
-   EXPECT_FALSE(std::filesystem::exists(dir / "chip.state"));
-}
-
-TEST_F(AgentProgramTest, HelpDocumentsEveryCommandAndTheExitCodes) {
-   for (const auto& command : {"run", "plan", "dump", "demo"}) {
-      const auto outcome = l3decap({command, "--help"});
-      EXPECT_EQ(outcome.status, 0) << command;
-      EXPECT_NE(outcome.out.find("Exit codes:"), std::string::npos) << command;
-      EXPECT_NE(outcome.out.find("3  --strict-restart"), std::string::npos) << command;
-   }
+   // A malformed L3DECAP_TRACE is ignored with a complaint, and the run goes on.
+   const auto outcome = l3decap(agent("run", configText(1, 3)), {"L3DECAP_TRACE=*=nonsense"});
+   EXPECT_EQ(outcome.status, 0);
+   EXPECT_NE(outcome.err.find("L3DECAP_TRACE ignored"), std::string::npos) << outcome.err;
+   EXPECT_EQ(jsonOf(agent("run", "profile 1\n", {"--allow-empty", "--json"}))["rowsPurged"], 3);
 }
 
 TEST_F(AgentProgramTest, DemoShowsTheUnchangedRestartWritesNothingAndCleansUp) {
@@ -318,25 +253,15 @@ TEST_F(AgentProgramTest, DemoShowsTheUnchangedRestartWritesNothingAndCleansUp) {
    ASSERT_EQ(outcome.status, 0) << outcome.err;
    EXPECT_EQ(outcome.err, "");  // no progress line when stderr is not a terminal
    EXPECT_TRUE(std::filesystem::is_empty(tmp));
-
    const json demo = json::parse(outcome.out);
    ASSERT_EQ(demo["phases"].size(), 3U);
-   const json& cold = demo["phases"][0];
-   const json& same = demo["phases"][1];
-   const json& changed = demo["phases"][2];
-   EXPECT_EQ(cold["phase"], "cold start");
-   EXPECT_EQ(cold["rowsWritten"], 400);
-   EXPECT_EQ(same["rowsWritten"], 0);
-   EXPECT_EQ(same["rowsDeleted"], 0);
-   EXPECT_EQ(same["adopted"], 400);
-   EXPECT_EQ(changed["rewritten"], 20);
-   EXPECT_EQ(changed["purged"], 20);
-   EXPECT_EQ(changed["new"], 20);
-   EXPECT_EQ(changed["rowsWritten"], 40);
-
-   const std::string svg = readFile(dir / "demo.svg");
-   EXPECT_EQ(occurrences(svg, "class=\"cell "), 3U * demo["decapRows"].get<std::size_t>());
-   EXPECT_EQ(occurrences(svg, "class=\"cell rewritten\""), 20U);
+   EXPECT_EQ(demo["phases"][0]["rowWrites"], 400);
+   EXPECT_EQ(demo["phases"][1]["rowWrites"], 0);
+   EXPECT_EQ(demo["phases"][1]["rowsAdopted"], 400);
+   EXPECT_EQ(countersOf(demo["phases"][2]),
+             (Fates{{"adopted", 360}, {"rewritten", 20}, {"new", 20}, {"purged", 20}}));
+   EXPECT_EQ(occurrences(readFile(dir / "demo.svg"), "class=\"cell "),
+             3U * demo["decapRows"].get<std::size_t>());
 }
 
 }  // namespace

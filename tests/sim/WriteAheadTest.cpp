@@ -25,10 +25,20 @@ DecapRow rowFor(std::uint64_t key, std::uint8_t version) {
    return DecapRow{RowState::valued, version, true, false, false, static_cast<std::uint32_t>(key)};
 }
 
+// Row to key of the bindings a store has committed.
+std::map<std::uint32_t, std::uint64_t> durableBindings(const std::string& path) {
+   std::map<std::uint32_t, std::uint64_t> durable;
+   const auto store = Sim::StateStore::open(path, true);
+   for (const Sim::Binding& b : store->bindings()) {
+      durable.emplace(b.row, b.key);
+   }
+   return durable;
+}
+
 // The store, checked each time it commits: its durable bindings must cover the rows already on
 // the chip and the rows queued for it.
 class CheckedJournal : public Sim::RowJournal {
-  public:
+ public:
    CheckedJournal(Sim::StateStore& store, const Sim::ChipState& chip)
        : store_(store), chip_(chip) {}
 
@@ -44,20 +54,15 @@ class CheckedJournal : public Sim::RowJournal {
    }
    void commit() override {
       store_.commit();
-      std::map<std::uint32_t, std::uint64_t> durable;
-      const auto reader = Sim::StateStore::open(store_.path(), true);
-      for (const Sim::Binding& b : reader->bindings()) {
-         durable.emplace(b.row, b.key);
-      }
-      for (const auto& [index, key] : queuedOwners_) {
-         EXPECT_EQ(durable.count(index) != 0 ? durable.at(index) : ~0ULL, key)
-             << "row " << index << " is queued without its key's binding";
-      }
+      const auto durable = durableBindings(store_.path());
       for (std::uint32_t i = 0; i < kRows; ++i) {
          const DecapRow row = chip_.decapRow(i);
-         if (row.state == RowState::valued && !queuedOwners_.contains(i)) {
-            EXPECT_EQ(durable.count(i) != 0 ? durable.at(i) : ~0ULL, row.vrf)
-                << "row " << i << " is on the chip without its key's binding";
+         const auto queued = queuedOwners_.find(i);
+         if (queued != queuedOwners_.end() || row.state == RowState::valued) {
+            const auto bound = durable.find(i);
+            EXPECT_EQ(bound == durable.end() ? ~0ULL : bound->second,
+                      queued != queuedOwners_.end() ? queued->second : row.vrf)
+                << "row " << i << " is on the chip or queued for it without its key's binding";
          }
       }
    }
@@ -66,14 +71,14 @@ class CheckedJournal : public Sim::RowJournal {
       queuedOwners_.clear();
    }
 
-  private:
+ private:
    Sim::StateStore& store_;
    const Sim::ChipState& chip_;
    std::map<std::uint32_t, std::uint64_t> queuedOwners_;
 };
 
 class WriteAheadTest : public ::testing::TestWithParam<std::uint64_t> {
-  protected:
+ protected:
    const ::Test::ScratchDir scratch{"l3decap-writeahead"};
 };
 
@@ -87,8 +92,8 @@ TEST_P(WriteAheadTest, EveryRowOnTheChipOrQueuedForItHasItsKeysDurableBinding) {
    CheckedJournal journal(*store, chip.state());
    chip.journalIs(&journal, 1 + pick(8));
 
-   std::map<std::uint64_t, std::uint32_t> rowOf;    // the allocator: key to row
-   std::map<std::uint32_t, DecapRow> expected;      // every row, queued writes included
+   std::map<std::uint64_t, std::uint32_t> rowOf;  // the allocator: key to row
+   std::map<std::uint32_t, DecapRow> expected;    // every row, queued writes included
    for (int step = 0; step < 400; ++step) {
       const std::uint64_t key = pick(kKeys);
       const auto it = rowOf.find(key);
@@ -130,12 +135,11 @@ TEST_P(WriteAheadTest, EveryRowOnTheChipOrQueuedForItHasItsKeysDurableBinding) {
    }
    chip.applyQueued();
    store->finish([](const Sim::Binding&) { return true; });
-   std::map<std::uint64_t, std::uint32_t> durable;
-   const auto reader = Sim::StateStore::open(store->path(), true);
-   for (const Sim::Binding& b : reader->bindings()) {
-      durable.emplace(b.key, b.row);
+   std::map<std::uint32_t, std::uint64_t> expectedBindings;
+   for (const auto& [key, row] : rowOf) {
+      expectedBindings.emplace(row, key);
    }
-   EXPECT_EQ(durable, rowOf);
+   EXPECT_EQ(durableBindings(store->path()), expectedBindings);
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, WriteAheadTest, ::testing::Range<std::uint64_t>(1, 41));

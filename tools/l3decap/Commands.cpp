@@ -7,8 +7,10 @@
 #include "ConfigFile.h"
 #include "Demo.h"
 #include "Fwk/Trace.h"
+#include "Heap.h"
 #include "Json.h"
 #include "Progress.h"
+#include "Quote.h"
 #include "Rows.h"
 #include "Summary.h"
 #include "Svg.h"
@@ -56,28 +58,27 @@ void checkSvgTarget(const std::string& path) {
    }
 }
 
-// --rows only sizes a new chip; against an existing one it must agree with the file.
-void checkRows(const AgentOptions& agent) {
-   std::error_code ignored;
-   if (!agent.rows || !std::filesystem::exists(agent.chip, ignored)) {
-      return;
-   }
-   const std::uint32_t rows = Sim::ChipState::open(agent.chip, false).decapRows();
-   if (rows != *agent.rows) {
-      throw UsageError("--rows " + std::to_string(*agent.rows) + ": " + agent.chip + " has " +
-                       std::to_string(rows) + " decap rows (--rows only sizes a new chip file)");
-   }
-}
-
 // Checked under the chip's lock (an agent's run may be making the file).
 Sim::RunOptions runOptions(const AgentOptions& agent) {
-   checkRows(agent);
    Sim::RunOptions options;
    options.chipFile = agent.chip;
-   options.rows = agent.rows.value_or(Sim::ChipState::kDefaultDecapRows);
+   options.rows = agent.rows;
    options.ackPolicy = agent.ack;
    options.writesPerCommit = agent.writesPerCommit;
    return options;
+}
+
+// A configuration without tunnels would purge every row of the chip: most likely a file cut
+// short, so it takes --allow-empty.
+Sim::Config readAgentConfig(const AgentOptions& agent) {
+   Sim::Config config = readConfigFile(agent.config);
+   heapFor(config.tunnels.size());
+   if (config.tunnels.empty() && !agent.allowEmpty) {
+      throw UsageError(agent.config +
+                       ": the configuration has no tunnels; a run would purge every decap row of "
+                       "the chip (give --allow-empty if that is what you want)");
+   }
+   return config;
 }
 
 RunReport runWithProgress(const std::string& label, const Sim::Config& config,
@@ -88,7 +89,8 @@ RunReport runWithProgress(const std::string& label, const Sim::Config& config,
 }
 
 void printJson(const nlohmann::ordered_json& document) {
-   std::cout << document.dump(2) << '\n';
+   std::cout << document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+             << '\n';
 }
 
 void writePicture(const std::string& path, const std::string& title, const RunReport& report) {
@@ -97,22 +99,19 @@ void writePicture(const std::string& path, const std::string& title, const RunRe
    }
 }
 
-// The keys of the chip's rows as its state store has them, for showing; a store that cannot be
-// used only costs the keys.
-KeyIndices storedKeys(const Sim::ChipState& chip) {
-   KeyIndices keys;
+// The chip's state store, whose bindings give the keys of its rows for showing; a store that
+// cannot be used only costs the keys.
+std::unique_ptr<Sim::StateStore> storeForKeys(const Sim::ChipState& chip) {
    try {
-      const auto store = Sim::StateStore::open(Sim::StateStore::pathFor(chip.path()), true);
+      auto store = Sim::StateStore::open(Sim::StateStore::pathFor(chip.path()), true);
       if (store) {
          store->checkBelongsTo(chip);
-         for (const Sim::Binding& b : store->bindings()) {
-            keys.emplace(b.key, b.row);
-         }
       }
+      return store;
    } catch (const std::runtime_error& e) {
-      std::cerr << "l3decap: warning: keys not shown: " << e.what() << '\n';
+      std::cerr << "l3decap: warning: keys not shown: " << printable(e.what()) << '\n';
    }
-   return keys;
+   return nullptr;
 }
 
 // Reports entries a run could not place in hardware (the chip is too small for the
@@ -123,10 +122,10 @@ int runOutcome(const RunReport& report) {
                    "made): no key could be bound to its row, so every tunnel was written to a new "
                    "row and the old rows purged (docs/RELIABILITY.md)\n";
    }
-   if (report.handlesNotInHardware == 0) {
+   if (report.entriesNotInHardware == 0) {
       return kExitOk;
    }
-   std::cerr << "l3decap: " << report.handlesNotInHardware
+   std::cerr << "l3decap: " << report.entriesNotInHardware
              << " configured entries did not reach hardware (the chip has " << report.rows.size()
              << " decap rows)\n";
    return kExitFailure;
@@ -135,7 +134,7 @@ int runOutcome(const RunReport& report) {
 }  // namespace
 
 int runCommand(const RunArgs& args) {
-   const Sim::Config config = readConfigFile(args.agent.config);
+   const Sim::Config config = readAgentConfig(args.agent);
    checkSvgTarget(args.output.svg);
    requirePlugin();
    // Held for the plan of --strict-restart too: no other agent changes the chip in between.
@@ -147,11 +146,13 @@ int runCommand(const RunArgs& args) {
       dry.dryRun = true;
       plan = runWithProgress("planning", config, dry, lock);
    }
-   const RunReport report = runWithProgress("replaying", config, options, lock);
+   Sim::RunOptions life = options;
+   life.keepTable = true;
+   const RunReport report = runWithProgress("replaying", config, life, lock);
    const auto violations =
        plan ? strictViolations(plan->rows, report.rows) : std::vector<Violation>{};
    if (args.output.json) {
-      printJson(runJson(args.agent.chip, report, plan ? &violations : nullptr));
+      printRunJson(std::cout, args.agent.chip, report, plan ? &violations : nullptr);
    } else {
       printRunSummary(std::cout, args.agent.chip, report);
    }
@@ -165,19 +166,20 @@ int runCommand(const RunArgs& args) {
 }
 
 int planCommand(const PlanArgs& args) {
-   const Sim::Config config = readConfigFile(args.agent.config);
+   const Sim::Config config = readAgentConfig(args.agent);
    checkSvgTarget(args.output.svg);
    requirePlugin();
    const Sim::ChipLock lock(args.agent.chip, Sim::ChipLock::Mode::shared);
    Sim::RunOptions options = runOptions(args.agent);
    options.dryRun = true;
    options.recordChip = true;
+   options.keepTable = true;
    const RunReport report = runWithProgress("planning", config, options, lock);
-   const auto rows = planRows(report);
+   Progress progress("listing rows");
    if (args.output.json) {
-      printJson(planJson(args.agent.chip, report, rows));
+      printPlanJson(std::cout, args.agent.chip, report, progress.callback());
    } else {
-      printPlan(std::cout, args.agent.chip, report, rows, args.changesOnly);
+      printPlan(std::cout, args.agent.chip, report, args.changesOnly, progress.callback());
    }
    writePicture(args.output.svg, "plan for " + args.agent.chip, report);
    return runOutcome(report);
@@ -186,11 +188,14 @@ int planCommand(const PlanArgs& args) {
 int dumpCommand(const DumpArgs& args) {
    const Sim::ChipLock lock(args.chip, Sim::ChipLock::Mode::shared);
    const Sim::ChipState chip = Sim::ChipState::open(args.chip, false);
-   const KeyIndices keys = storedKeys(chip);
+   const auto store = storeForKeys(chip);
+   const std::vector<Sim::Binding> none;
+   const std::vector<Sim::Binding>& keys = store ? store->bindings() : none;
+   Progress progress("dumping rows");
    if (args.json) {
-      printJson(dumpJson(args.chip, chip, keys));
+      printDumpJson(std::cout, args.chip, chip, keys, progress.callback());
    } else {
-      printDump(std::cout, args.chip, chip, keys);
+      printDump(std::cout, args.chip, chip, keys, progress.callback());
    }
    return kExitOk;
 }
@@ -214,42 +219,68 @@ int demoCommand(const DemoArgs& args) {
    return kExitOk;
 }
 
+// L3DECAP_TRACE is the trace's own: read when the program starts, and ignored with a complaint
+// when malformed. --trace is the command's: a malformed one stops it.
 void configureTrace(const std::string& option) {
-   const auto apply = [](const std::string& where, const std::string& setting) {
-      try {
-         Fwk::Trace::configure(setting);
-      } catch (const std::invalid_argument& e) {
-         throw UsageError(where + " '" + setting + "': " + e.what());
-      }
-   };
-   if (const char* variable = std::getenv("L3DECAP_TRACE"); variable != nullptr) {
-      apply("environment variable L3DECAP_TRACE", variable);
+   if (option.empty()) {
+      return;
    }
-   if (!option.empty()) {
-      apply("--trace", option);
+   try {
+      Fwk::Trace::configure(option);
+   } catch (const std::invalid_argument& e) {
+      throw UsageError("--trace " + quotedWord(option) + ": " + printable(e.what()));
    }
 }
 
-int guarded(const std::function<int()>& command) {
+namespace {
+
+// The message and the exit code of a failed command; a configuration's problems come one by one.
+struct Failure {
+   std::string message;
+   std::vector<std::string> problems;
+   int exitCode = kExitFailure;
+};
+
+std::optional<Failure> failureOf(const std::function<int()>& command, int& exitCode) {
    try {
-      return command();
+      exitCode = command();
+      return std::nullopt;
    } catch (const ConfigError& e) {
-      const auto& problems = e.problems();
-      for (std::size_t i = 0; i < problems.size() && i < kProblemsShown; ++i) {
-         std::cerr << "l3decap: " << problems[i] << '\n';
-      }
-      if (problems.size() > kProblemsShown) {
-         std::cerr << "l3decap: ... and " << problems.size() - kProblemsShown << " more errors\n";
-      }
-      std::cerr << "l3decap: the configuration has errors; nothing was programmed\n";
-      return kExitUsage;
+      return Failure{"the configuration has errors; nothing was programmed", e.problems(),
+                     kExitUsage};
    } catch (const UsageError& e) {
-      std::cerr << "l3decap: " << e.what() << '\n';
-      return kExitUsage;
+      return Failure{e.what(), {}, kExitUsage};
+   } catch (const Sim::ChipSizeError& e) {
+      return Failure{e.what(), {}, kExitUsage};
    } catch (const std::exception& e) {
-      std::cerr << "l3decap: " << e.what() << '\n';
-      return kExitFailure;
+      return Failure{e.what(), {}, kExitFailure};
    }
+}
+
+}  // namespace
+
+void reportFailure(const std::string& message, const std::vector<std::string>& problems,
+                   int exitCode, bool json) {
+   for (std::size_t i = 0; i < problems.size() && i < kProblemsShown; ++i) {
+      std::cerr << "l3decap: " << printable(problems[i]) << '\n';
+   }
+   if (problems.size() > kProblemsShown) {
+      std::cerr << "l3decap: ... and " << problems.size() - kProblemsShown << " more errors\n";
+   }
+   std::cerr << "l3decap: " << printable(message) << '\n';
+   if (json) {
+      printJson(errorJson(message, problems, exitCode));
+   }
+}
+
+int guarded(const std::function<int()>& command, bool json) {
+   int exitCode = kExitOk;
+   const auto failure = failureOf(command, exitCode);
+   if (!failure) {
+      return exitCode;
+   }
+   reportFailure(failure->message, failure->problems, failure->exitCode, json);
+   return failure->exitCode;
 }
 
 }  // namespace L3DecapCli

@@ -8,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "sim/Agent.h"
 
@@ -36,6 +37,7 @@ struct AgentOptions {
    std::string config;
    std::string chip;
    std::optional<std::uint32_t> rows;  // for a new chip file
+   bool allowEmpty = false;            // a configuration without tunnels may purge every row
    Sim::AckPolicy ack;
    std::size_t writesPerCommit = Sim::RunOptions{}.writesPerCommit;
 };
@@ -67,11 +69,14 @@ int planCommand(const PlanArgs& args);
 int dumpCommand(const DumpArgs& args);
 int demoCommand(const DemoArgs& args);
 
-// Applies the trace settings of L3DECAP_TRACE and then --trace (when given); throws UsageError
-// naming the setting and the problem.
+// Applies --trace (when given); throws UsageError naming the setting and the problem.
 void configureTrace(const std::string& option);
 
-// Runs a command, turning its exceptions into a message on stderr and an exit code.
-int guarded(const std::function<int()>& command);
+// A failed command's report: its problems and message on stderr (escaped, cut short where they
+// quote the operator's input) and, with --json, a JSON object with the error and the exit code.
+void reportFailure(const std::string& message, const std::vector<std::string>& problems,
+                   int exitCode, bool json);
+// Runs a command, turning its exceptions into reportFailure() and an exit code.
+int guarded(const std::function<int()>& command, bool json);
 
 }  // namespace L3DecapCli

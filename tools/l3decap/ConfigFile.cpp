@@ -8,9 +8,11 @@
 #include <fstream>
 #include <limits>
 #include <map>
+#include <memory>
 #include <optional>
 #include <sstream>
 
+#include "Quote.h"
 #include "sim/ChipState.h"
 
 namespace L3DecapCli {
@@ -28,20 +30,27 @@ std::string joined(const std::vector<std::string>& lines) {
    return text;
 }
 
+bool isSpace(char c) {
+   return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
+}
+
 // The words of one line, comment removed, taken one after the other.
 class Words {
  public:
    explicit Words(std::string_view line) : rest_(line.substr(0, line.find('#'))) {}
    std::optional<std::string_view> next() {
-      constexpr std::string_view kSpace = " \t\r\v\f";
-      const auto start = rest_.find_first_not_of(kSpace);
-      if (start == std::string_view::npos) {
-         rest_ = {};
+      std::size_t start = 0;
+      while (start < rest_.size() && isSpace(rest_[start])) {
+         ++start;
+      }
+      if (start == rest_.size()) {
          return std::nullopt;
       }
-      rest_.remove_prefix(start);
-      const auto end = std::min(rest_.find_first_of(kSpace), rest_.size());
-      const std::string_view word = rest_.substr(0, end);
+      std::size_t end = start;
+      while (end < rest_.size() && !isSpace(rest_[end])) {
+         ++end;
+      }
+      const std::string_view word = rest_.substr(start, end - start);
       rest_.remove_prefix(end);
       return word;
    }
@@ -50,12 +59,34 @@ class Words {
    std::string_view rest_;
 };
 
-std::string quoted(std::string_view word) {
-   std::string text(1, '\'');
-   text.append(word).push_back('\'');
-   return text;
+// The words a tunnel line may have after its key, each at most once.
+enum TunnelWord : unsigned { kProfile = 1, kVrf = 2, kIpv4 = 4, kIpv6 = 8, kTrustDscp = 16 };
+
+std::optional<TunnelWord> tunnelWordOf(std::string_view word) {
+   if (word == "profile") {
+      return kProfile;
+   }
+   if (word == "vrf") {
+      return kVrf;
+   }
+   if (word == "ipv4") {
+      return kIpv4;
+   }
+   if (word == "ipv6") {
+      return kIpv6;
+   }
+   if (word == "trust-dscp") {
+      return kTrustDscp;
+   }
+   return std::nullopt;
 }
 
+std::string tunnelName(std::uint64_t key) {
+   return "tunnel " + std::to_string(key);
+}
+
+// Reads a configuration line by line. Nothing but the configuration is kept per tunnel (and its
+// line, for the checks that need the whole file); messages are made only for errors.
 class Parser {
  public:
    explicit Parser(std::string name) : name_(std::move(name)) {}
@@ -72,17 +103,30 @@ class Parser {
       } else if (*first == "tunnel") {
          tunnelLine(words);
       } else {
-         problem("unknown word " + quoted(*first) + " (expected 'profile' or 'tunnel')");
+         problem("unknown word " + quotedWord(*first) + " (expected 'profile' or 'tunnel')");
       }
    }
 
-   Sim::Config finish() {
-      for (const auto& [line, tunnel] : profileUses_) {
-         if (!profileLines_.contains(tunnel.profileId)) {
-            problemAt(line, "tunnel " + std::to_string(tunnel.key) + " names profile " +
-                                std::to_string(tunnel.profileId) + ", which is not declared");
-         }
+   // Every line of `text`, the last one ending there or with a newline.
+   void lines(std::string_view text) {
+      while (!text.empty()) {
+         const std::size_t end = std::min(text.find('\n'), text.size());
+         line(text.substr(0, end));
+         text.remove_prefix(std::min(end + 1, text.size()));
       }
+   }
+
+   // Room for the tunnels of a file of `total` bytes, judged by the first `seen` bytes: a million
+   // tunnels then take no copies of the list as it grows.
+   void expect(std::size_t seen, std::size_t total) {
+      const std::size_t tunnels = config_.tunnels.size() * total / std::max<std::size_t>(seen, 1);
+      config_.tunnels.reserve(tunnels + tunnels / 16);
+      tunnelLines_.reserve(tunnels + tunnels / 16);
+   }
+
+   Sim::Config finish() {
+      checkProfilesDeclared();
+      checkKeysUnique();
       if (!problems_.empty()) {
          std::stable_sort(problems_.begin(), problems_.end(),
                           [](const auto& a, const auto& b) { return a.first < b.first; });
@@ -100,26 +144,26 @@ class Parser {
    void problem(const std::string& text) { problemAt(line_, text); }
 
    // The number after `what`, or nothing (reported) when it is missing or unusable.
-   std::optional<std::uint64_t> number(Words& words, const std::string& what, std::uint64_t max) {
+   std::optional<std::uint64_t> number(Words& words, const char* what, std::uint64_t max) {
       const auto word = words.next();
       if (!word) {
-         problem("missing " + what);
+         problem(std::string("missing ") + what);
          return std::nullopt;
       }
       const Number n = parseNumber(*word, max);
       if (n.error == Number::Error::malformed) {
-         problem(what + " " + quoted(*word) + " is not a number (decimal or 0x-hex)");
+         problem(what + (" " + quotedWord(*word)) + " is not a number (decimal or 0x-hex)");
          return std::nullopt;
       }
       if (n.error == Number::Error::outOfRange) {
-         problem(what + " " + std::string(*word) + " is out of range (0 to " + std::to_string(max) +
-                 ")");
+         problem(what + (" " + quotedWord(*word)) + " is out of range (0 to " +
+                 std::to_string(max) + ")");
          return std::nullopt;
       }
       return n.value;
    }
 
-   bool number32(Words& words, const std::string& what, std::uint32_t& into) {
+   bool number32(Words& words, const char* what, std::uint32_t& into) {
       const auto n = number(words, what, kMax32);
       into = static_cast<std::uint32_t>(n.value_or(0));
       return n.has_value();
@@ -127,7 +171,7 @@ class Parser {
 
    bool noMoreWords(Words& words, const std::string& after) {
       if (const auto extra = words.next()) {
-         problem("unexpected word " + quoted(*extra) + " after " + after);
+         problem("unexpected word " + quotedWord(*extra) + " after " + after);
          return false;
       }
       return true;
@@ -152,30 +196,34 @@ class Parser {
    }
 
    // One word of a tunnel line after its key; false when the line cannot be used.
-   bool tunnelWord(Words& words, std::string_view word, Sim::TunnelConfig& tunnel,
-                   std::map<std::string_view, bool>& seen, const std::string& which) {
-      if (seen[word]) {
-         problem(quoted(word) + " is given twice in " + which);
+   bool tunnelWord(Words& words, std::string_view word, Sim::TunnelConfig& tunnel, unsigned& seen) {
+      const auto which = tunnelWordOf(word);
+      if (!which) {
+         problem("unknown word " + quotedWord(word) + " in " + tunnelName(tunnel.key) +
+                 " (expected profile, vrf, ipv4, ipv6 or trust-dscp)");
          return false;
       }
-      seen[word] = true;
-      if (word == "profile") {
-         return number32(words, "profile id", tunnel.profileId);
+      if ((seen & *which) != 0) {
+         problem(quotedWord(word) + " is given twice in " + tunnelName(tunnel.key));
+         return false;
       }
-      if (word == "vrf") {
-         return number32(words, "vrf", tunnel.vrf);
+      seen |= *which;
+      switch (*which) {
+         case kProfile:
+            return number32(words, "profile id", tunnel.profileId);
+         case kVrf:
+            return number32(words, "vrf", tunnel.vrf);
+         case kIpv4:
+            tunnel.ipv4UcEnable = true;
+            break;
+         case kIpv6:
+            tunnel.ipv6UcEnable = true;
+            break;
+         case kTrustDscp:
+            tunnel.trustDscp = true;
+            break;
       }
-      bool* flag = word == "ipv4"         ? &tunnel.ipv4UcEnable
-                   : word == "ipv6"       ? &tunnel.ipv6UcEnable
-                   : word == "trust-dscp" ? &tunnel.trustDscp
-                                          : nullptr;
-      if (flag != nullptr) {
-         *flag = true;
-         return true;
-      }
-      problem("unknown word " + quoted(word) + " in " + which +
-              " (expected profile, vrf, ipv4, ipv6 or trust-dscp)");
-      return false;
+      return true;
    }
 
    void tunnelLine(Words& words) {
@@ -185,24 +233,49 @@ class Parser {
       }
       Sim::TunnelConfig tunnel;
       tunnel.key = *key;
-      const std::string which = "tunnel " + std::to_string(*key);
-      std::map<std::string_view, bool> seen;
+      unsigned seen = 0;
       while (const auto word = words.next()) {
-         if (!tunnelWord(words, *word, tunnel, seen, which)) {
+         if (!tunnelWord(words, *word, tunnel, seen)) {
             return;
          }
       }
-      if (!seen["profile"]) {
-         problem(which + " has no profile (add 'profile <id>')");
+      if ((seen & kProfile) == 0) {
+         problem(tunnelName(tunnel.key) + " has no profile (add 'profile <id>')");
          return;
       }
-      const auto [it, added] = tunnelLines_.emplace(tunnel.key, line_);
-      if (!added) {
-         problem("duplicate " + which + " (first on line " + std::to_string(it->second) + ")");
-         return;
-      }
-      profileUses_.emplace_back(line_, tunnel);
       config_.tunnels.push_back(tunnel);
+      tunnelLines_.push_back(line_);
+   }
+
+   // A tunnel may name a profile declared anywhere in the file, so this waits for its end.
+   void checkProfilesDeclared() {
+      for (std::size_t i = 0; i < config_.tunnels.size(); ++i) {
+         const Sim::TunnelConfig& tunnel = config_.tunnels[i];
+         if (!profileLines_.contains(tunnel.profileId)) {
+            problemAt(tunnelLines_[i], tunnelName(tunnel.key) + " names profile " +
+                                           std::to_string(tunnel.profileId) +
+                                           ", which is not declared");
+         }
+      }
+   }
+
+   // Keys sorted with their lines: a duplicate sits beside its first occurrence.
+   void checkKeysUnique() {
+      std::vector<std::pair<std::uint64_t, std::size_t>> keys(config_.tunnels.size());
+      for (std::size_t i = 0; i < keys.size(); ++i) {
+         keys[i] = {config_.tunnels[i].key, tunnelLines_[i]};
+      }
+      std::sort(keys.begin(), keys.end());
+      std::size_t first = 0;
+      for (std::size_t i = 1; i < keys.size(); ++i) {
+         if (keys[i].first != keys[first].first) {
+            first = i;
+         } else {
+            problemAt(keys[i].second, "duplicate " + tunnelName(keys[i].first) +
+                                          " (first on line " + std::to_string(keys[first].second) +
+                                          ")");
+         }
+      }
    }
 
    std::string name_;
@@ -210,8 +283,7 @@ class Parser {
    std::vector<std::pair<std::size_t, std::string>> problems_;  // by line
    Sim::Config config_;
    std::map<std::uint32_t, std::size_t> profileLines_;
-   std::map<std::uint64_t, std::size_t> tunnelLines_;
-   std::vector<std::pair<std::size_t, Sim::TunnelConfig>> profileUses_;
+   std::vector<std::size_t> tunnelLines_;  // the line of each of config_.tunnels
 };
 
 }  // namespace
@@ -237,15 +309,9 @@ Number parseNumber(std::string_view word, std::uint64_t max) {
    return n;
 }
 
-Sim::Config parseConfig(std::istream& in, const std::string& name) {
+Sim::Config parseConfig(std::string_view text, const std::string& name) {
    Parser parser(name);
-   std::string text;
-   while (std::getline(in, text)) {
-      parser.line(text);
-   }
-   if (in.bad()) {
-      throw ConfigError({name + ": read error"});
-   }
+   parser.lines(text);
    return parser.finish();
 }
 
@@ -254,11 +320,41 @@ Sim::Config readConfigFile(const std::string& path) {
    if (std::filesystem::is_directory(path, ignored)) {
       throw ConfigError({path + ": is a directory, not a configuration file"});
    }
-   std::ifstream in(path);
+   std::ifstream in(path, std::ios::binary);
    if (!in) {
       throw ConfigError({path + ": cannot open the configuration file: " + std::strerror(errno)});
    }
-   return parseConfig(in, path);
+   // Read a block at a time, whole lines parsed as they come: the text is never held whole.
+   Parser parser(path);
+   constexpr std::size_t kBlock = std::size_t{1} << 20;
+   const std::unique_ptr<char[]> block(new char[kBlock]);
+   std::string partial;  // a line begun in an earlier block
+   bool first = true;
+   while (in.read(block.get(), kBlock) || in.gcount() > 0) {
+      std::string_view text(block.get(), static_cast<std::size_t>(in.gcount()));
+      const std::size_t last = text.rfind('\n');
+      if (last == std::string_view::npos) {
+         partial.append(text);
+         continue;
+      }
+      const std::size_t end = text.find('\n');
+      parser.line(partial.append(text.substr(0, end)));
+      parser.lines(text.substr(end + 1, last - end));
+      partial.assign(text.substr(last + 1));
+      if (first) {
+         std::error_code unknown;
+         const auto size = std::filesystem::file_size(path, unknown);
+         parser.expect(text.size(), unknown ? 0 : size);
+         first = false;
+      }
+   }
+   if (in.bad()) {
+      throw ConfigError({path + ": read error: " + std::strerror(errno)});
+   }
+   if (!partial.empty()) {
+      parser.line(partial);
+   }
+   return parser.finish();
 }
 
 std::string configText(const Sim::Config& config) {

@@ -13,7 +13,6 @@
 #pragma once
 
 #include <cstdint>
-#include <istream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -33,8 +32,8 @@ class ConfigError : public std::runtime_error {
    std::vector<std::string> problems_;
 };
 
-// Parses a configuration; `name` is the file name the errors carry. Throws ConfigError.
-Sim::Config parseConfig(std::istream& in, const std::string& name);
+// Parses a configuration's text; `name` is the file name the errors carry. Throws ConfigError.
+Sim::Config parseConfig(std::string_view text, const std::string& name);
 // Reads and parses a file. Throws ConfigError, also when the file cannot be read.
 Sim::Config readConfigFile(const std::string& path);
 // The text form parseConfig() reads back to the same configuration.

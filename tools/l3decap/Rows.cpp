@@ -44,21 +44,53 @@ const char* rowStateName(Sim::RowState state) noexcept {
    return "free";
 }
 
-std::map<std::uint32_t, std::uint64_t> keysByIndex(const KeyIndices& keys) {
-   std::map<std::uint32_t, std::uint64_t> byIndex;
-   for (const auto& [key, index] : keys) {
-      byIndex.emplace(index, key);
+std::optional<std::uint64_t> KeysByRow::at(std::uint32_t row) {
+   while (next_ < bindings_.size() && bindings_[next_].row < row) {
+      ++next_;
    }
-   return byIndex;
+   if (next_ < bindings_.size() && bindings_[next_].row == row) {
+      return bindings_[next_].key;
+   }
+   return std::nullopt;
 }
 
 namespace {
 
-std::optional<std::uint64_t> keyAt(const std::map<std::uint32_t, std::uint64_t>& byIndex,
-                                   std::uint32_t index) {
-   const auto it = byIndex.find(index);
-   return it == byIndex.end() ? std::nullopt : std::optional(it->second);
+constexpr std::uint32_t kProgressStep = 1U << 16;
+
+void tell(const RowProgress& progress, std::uint32_t row, std::uint32_t rows) {
+   if (progress && (row % kProgressStep == 0 || row + 1 == rows)) {
+      progress(row + 1, rows);
+   }
 }
+
+}  // namespace
+
+void forEachUsedDecapRow(const Sim::ChipState& chip, const std::vector<Sim::Binding>& keys,
+                         const RowProgress& progress,
+                         const std::function<void(std::uint32_t, const RowContent&,
+                                                  std::optional<std::uint64_t>)>& each) {
+   KeysByRow keyOf(keys);
+   for (std::uint32_t i = 0; i < chip.decapRows(); ++i) {
+      tell(progress, i, chip.decapRows());
+      const RowContent content = rowContent(chip, i);
+      if (content.row.state != Sim::RowState::free) {
+         each(i, content, keyOf.at(i));
+      }
+   }
+}
+
+std::span<const RowFate> shownAs(RowFate fate) {
+   static constexpr RowFate kAll[] = {RowFate::free, RowFate::adopted, RowFate::rewritten,
+                                      RowFate::created, RowFate::purged};
+   static constexpr RowFate kReplaced[] = {RowFate::purged, RowFate::created};
+   if (fate == RowFate::replaced) {
+      return kReplaced;
+   }
+   return std::span<const RowFate>(kAll).subspan(static_cast<std::size_t>(fate), 1);
+}
+
+namespace {
 
 std::optional<RowContent> valuedContent(const Sim::ChipState& chip, std::uint32_t index) {
    RowContent content = rowContent(chip, index);
@@ -67,31 +99,36 @@ std::optional<RowContent> valuedContent(const Sim::ChipState& chip, std::uint32_
 
 }  // namespace
 
-std::vector<PlanRow> planRows(const Sim::RunReport& report) {
-   const auto keysAfter = keysByIndex(report.keyIndices);
-   const auto keysBefore = keysByIndex(report.keyIndicesBefore);
-   std::vector<PlanRow> rows;
-   for (std::uint32_t i = 0; i < report.rows.size(); ++i) {
-      if (report.rows[i] == RowFate::free) {
+void forEachPlanRow(const Sim::RunReport& report, const RowProgress& progress,
+                    const std::function<void(const PlanRow&)>& each) {
+   KeysByRow keysAfter(report.keysAfter);
+   KeysByRow keysBefore(report.keysBefore);
+   const auto rows = static_cast<std::uint32_t>(report.rows.size());
+   for (std::uint32_t i = 0; i < rows; ++i) {
+      tell(progress, i, rows);
+      const RowFate fate = report.rows[i];
+      if (fate == RowFate::free) {
          continue;
       }
-      PlanRow row{i, report.rows[i], keyAt(keysAfter, i), valuedContent(*report.chipBefore, i),
-                  valuedContent(*report.chipAfter, i)};
-      if (!row.key) {
-         row.key = keyAt(keysBefore, i);
+      const auto after = keysAfter.at(i);
+      const auto before = keysBefore.at(i);
+      const auto contentBefore = valuedContent(*report.chipBefore, i);
+      const auto contentAfter = valuedContent(*report.chipAfter, i);
+      if (fate == RowFate::replaced) {
+         each(PlanRow{i, RowFate::purged, before, contentBefore, std::nullopt});
+         each(PlanRow{i, RowFate::created, after, std::nullopt, contentAfter});
+      } else {
+         each(PlanRow{i, fate, after ? after : before, contentBefore, contentAfter});
       }
-      rows.push_back(row);
    }
-   return rows;
 }
 
-std::map<RowFate, std::size_t> fateCounts(const std::vector<RowFate>& rows) {
-   std::map<RowFate, std::size_t> counts;
-   for (const RowFate fate : shownFates()) {
-      counts[fate] = 0;
-   }
+FateCounts fateCounts(std::span<const RowFate> rows) {
+   FateCounts counts{};
    for (const RowFate fate : rows) {
-      ++counts[fate];
+      for (const RowFate shown : shownAs(fate)) {
+         ++counts[static_cast<std::size_t>(shown)];
+      }
    }
    return counts;
 }

@@ -1,6 +1,7 @@
 #include "Summary.h"
 
 #include <cstdio>
+#include <functional>
 
 #include "Counters.h"
 #include "TextTable.h"
@@ -55,8 +56,29 @@ void printViolations(std::ostream& out, const std::vector<Violation>& violations
    }
 }
 
+namespace {
+
+using Line = std::function<void(const std::vector<std::string>&)>;
+
+// Walks a long table's rows twice, once to size its columns and once to print them; `title`,
+// given the number of rows, is printed before them.
+void printLongTable(std::ostream& out, TextTable& table,
+                    const std::function<std::string(std::size_t)>& title,
+                    const std::function<void(const Line&)>& walk) {
+   std::size_t rows = 0;
+   walk([&](const std::vector<std::string>& cells) {
+      table.measure(cells);
+      ++rows;
+   });
+   out << title(rows);
+   table.printHeadings(out, "  ");
+   walk([&](const std::vector<std::string>& cells) { table.printRow(out, "  ", cells); });
+}
+
+}  // namespace
+
 void printPlan(std::ostream& out, const std::string& chipFile, const Sim::RunReport& report,
-               const std::vector<PlanRow>& rows, bool changesOnly) {
+               bool changesOnly, const RowProgress& progress) {
    out << "plan: a " << startText(report) << " of " << chipFile << " (" << report.rows.size()
        << " decap rows) with this configuration would do the following; nothing was written\n";
    TextTable table({{"index"},
@@ -64,43 +86,45 @@ void printPlan(std::ostream& out, const std::string& chipFile, const Sim::RunRep
                     {"key"},
                     {"before", Align::left},
                     {"after", Align::left}});
-   for (const PlanRow& row : rows) {
-      if (changesOnly && !isChange(row.fate)) {
-         continue;
-      }
-      const bool unchanged = row.fate == Sim::RowFate::adopted;
-      table.add({std::to_string(row.index), Sim::rowFateName(row.fate), optionalKey(row.key),
-                 contentText(row.before), unchanged ? "unchanged" : contentText(row.after)});
-   }
-   table.print(out, "  ");
-   out << "totals: " << report.adopted << " adopted, " << report.rewritten << " rewritten, "
-       << report.created << " new, " << report.purged << " purged; " << report.rowsWritten
-       << " row writes, " << report.rowsDeleted << " row deletes, " << report.indicesInUse
+   const auto noTitle = [](std::size_t) { return std::string(); };
+   printLongTable(out, table, noTitle, [&](const Line& line) {
+      forEachPlanRow(report, progress, [&](const PlanRow& row) {
+         if (changesOnly && !isChange(row.fate)) {
+            return;
+         }
+         const bool unchanged = row.fate == Sim::RowFate::adopted;
+         line({std::to_string(row.index), Sim::rowFateName(row.fate), optionalKey(row.key),
+               contentText(row.before), unchanged ? "unchanged" : contentText(row.after)});
+      });
+   });
+   const FateCounts counts = fateCounts(report.rows);
+   const auto count = [&](Sim::RowFate fate) { return counts[static_cast<std::size_t>(fate)]; };
+   out << "totals: " << count(Sim::RowFate::adopted) << " adopted, "
+       << count(Sim::RowFate::rewritten) << " rewritten, " << count(Sim::RowFate::created)
+       << " new, " << count(Sim::RowFate::purged) << " purged; " << report.rowWrites
+       << " row writes, " << report.rowDeletes << " row deletes, " << report.indicesInUse
        << " indices in use\n";
 }
 
 void printDump(std::ostream& out, const std::string& chipFile, const Sim::ChipState& chip,
-               const KeyIndices& keys) {
+               const std::vector<Sim::Binding>& keys, const RowProgress& progress) {
    out << chipFile << ": chip " << chip.id() << ", " << chip.decapRows() << " decap rows, "
        << chip.profileRows() << " profile rows\n";
-   const auto keyOf = keysByIndex(keys);
    TextTable decap({{"index"}, {"state", Align::left}, {"key"}, {"content", Align::left}});
-   std::size_t used = 0;
-   for (std::uint32_t i = 0; i < chip.decapRows(); ++i) {
-      const RowContent content = rowContent(chip, i);
-      if (content.row.state == Sim::RowState::free) {
-         continue;
-      }
-      const auto key = keyOf.find(i);
-      decap.add({std::to_string(i), rowStateName(content.row.state),
-                 key == keyOf.end() ? "-" : std::to_string(key->second),
-                 content.row.state == Sim::RowState::valued ? rowText(content) : ""});
-      ++used;
-   }
-   out << "decap table: " << used << " rows not free\n";
-   decap.print(out, "  ");
+   const auto title = [](std::size_t rows) {
+      return "decap table: " + std::to_string(rows) + " rows not free\n";
+   };
+   printLongTable(out, decap, title, [&](const Line& line) {
+      forEachUsedDecapRow(chip, keys, progress,
+                          [&](std::uint32_t index, const RowContent& content,
+                              const std::optional<std::uint64_t>& key) {
+                             const bool valued = content.row.state == Sim::RowState::valued;
+                             line({std::to_string(index), rowStateName(content.row.state),
+                                   optionalKey(key), valued ? rowText(content) : ""});
+                          });
+   });
    TextTable profiles({{"index"}, {"state", Align::left}, {"profile"}});
-   used = 0;
+   std::size_t used = 0;
    for (std::uint32_t i = 0; i < chip.profileRows(); ++i) {
       const Sim::ProfileRow row = chip.profileRow(i);
       if (row.state != Sim::RowState::free) {
@@ -137,9 +161,9 @@ void printDemo(std::ostream& out, const DemoResult& demo) {
    table.print(out);
    if (demo.phases.size() > 1) {
       const Sim::RunReport& same = demo.phases[1].report;
-      out << "\nThe restart with the same configuration wrote " << same.rowsWritten
-          << " rows and deleted " << same.rowsDeleted << "; it adopted " << same.adopted << " of "
-          << same.indicesInUse << " rows as the chip held them.\n";
+      out << "\nThe restart with the same configuration made " << same.rowWrites
+          << " row writes and " << same.rowDeletes << " row deletes; it adopted "
+          << same.rowsAdopted << " of " << same.indicesInUse << " rows as the chip held them.\n";
    }
 }
 

@@ -17,10 +17,11 @@ std::string secondsText(double seconds);
 
 void printRunSummary(std::ostream& out, const std::string& chipFile, const Sim::RunReport& report);
 void printViolations(std::ostream& out, const std::vector<Violation>& violations);
+// A plan's rows (forEachPlanRow()) and its totals, which count the same rows.
 void printPlan(std::ostream& out, const std::string& chipFile, const Sim::RunReport& report,
-               const std::vector<PlanRow>& rows, bool changesOnly);
+               bool changesOnly, const RowProgress& progress);
 void printDump(std::ostream& out, const std::string& chipFile, const Sim::ChipState& chip,
-               const KeyIndices& keys);
+               const std::vector<Sim::Binding>& keys, const RowProgress& progress);
 void printDemo(std::ostream& out, const DemoResult& demo);
 
 }  // namespace L3DecapCli

@@ -31,32 +31,12 @@ const char* colour(RowFate fate) {
       case RowFate::created:
          return "#3d85c6";
       case RowFate::purged:
+      case RowFate::replaced:  // never drawn: shown as purged and new
          return "#cc3333";
-      case RowFate::kept:
-         return "#8e7cc3";
       case RowFate::free:
          return "#e6e6e6";
    }
    return "#e6e6e6";
-}
-
-// The more telling of two fates for a block's cell.
-int weight(RowFate fate) {
-   switch (fate) {
-      case RowFate::free:
-         return 0;
-      case RowFate::adopted:
-         return 1;
-      case RowFate::kept:
-         return 2;
-      case RowFate::created:
-         return 3;
-      case RowFate::rewritten:
-         return 4;
-      case RowFate::purged:
-         return 5;
-   }
-   return 0;
 }
 
 std::string escaped(const std::string& text) {
@@ -100,33 +80,57 @@ Grid gridFor(std::size_t rows) {
    return g;
 }
 
-RowFate cellFate(const std::vector<RowFate>& rows, std::size_t first, std::size_t count) {
-   const auto begin = rows.begin() + static_cast<std::ptrdiff_t>(first);
-   const auto end =
-       rows.begin() + static_cast<std::ptrdiff_t>(std::min(first + count, rows.size()));
-   return *std::max_element(begin, end, [](RowFate a, RowFate b) { return weight(a) < weight(b); });
-}
-
-std::string cellTitle(const Grid& g, std::size_t cell, std::size_t rows, RowFate fate) {
+std::string cellTitle(const Grid& g, std::size_t cell, std::size_t rows, const FateCounts& counts) {
    const std::size_t first = cell * g.rowsPerCell;
    const std::size_t last = std::min(first + g.rowsPerCell, rows) - 1;
-   const std::string which = first == last
-                                 ? "row " + std::to_string(first)
-                                 : "rows " + std::to_string(first) + "-" + std::to_string(last);
-   return which + ": " + Sim::rowFateName(fate);
+   std::string title = first == last ? "row " + std::to_string(first)
+                                     : "rows " + std::to_string(first) + "-" + std::to_string(last);
+   const char* separator = ": ";
+   for (const RowFate fate : shownFates()) {
+      if (const std::size_t n = counts[static_cast<std::size_t>(fate)]; n != 0) {
+         title += separator;
+         title += first == last ? Sim::rowFateName(fate)
+                                : std::to_string(n) + " " + Sim::rowFateName(fate);
+         separator = ", ";
+      }
+   }
+   return title;
+}
+
+// One cell: a band per shown fate of its rows, in the legend's order, as tall as its share.
+void drawCell(std::ostream& out, const FateCounts& counts, int x, int y) {
+   std::size_t total = 0;
+   for (const std::size_t n : counts) {
+      total += n;
+   }
+   double top = y;
+   for (const RowFate fate : shownFates()) {
+      const std::size_t n = counts[static_cast<std::size_t>(fate)];
+      if (n == 0) {
+         continue;
+      }
+      const double height = kCell * static_cast<double>(n) / static_cast<double>(total);
+      out << "<rect class=\"cell " << Sim::rowFateName(fate) << "\" x=\"" << x << "\" y=\"" << top
+          << "\" width=\"" << kCell << "\" height=\"" << height << "\"/>\n";
+      top += height;
+   }
 }
 
 void drawCells(std::ostream& out, const SvgPanel& panel, const Grid& g, int x0, int y0) {
    for (std::size_t cell = 0; cell < g.cells; ++cell) {
-      const RowFate fate = cellFate(panel.rows, cell * g.rowsPerCell, g.rowsPerCell);
-      out << "<rect class=\"cell " << Sim::rowFateName(fate) << "\" x=\""
-          << x0 + static_cast<int>(cell % g.columns) * kPitch << "\" y=\""
-          << y0 + static_cast<int>(cell / g.columns) * kPitch << "\" width=\"" << kCell
-          << "\" height=\"" << kCell << "\"";
-      if (fate == RowFate::free) {
-         out << "/>\n";
-      } else {
-         out << "><title>" << cellTitle(g, cell, panel.rows.size(), fate) << "</title></rect>\n";
+      const std::size_t first = cell * g.rowsPerCell;
+      const FateCounts counts =
+          fateCounts(panel.rows.subspan(first, std::min(g.rowsPerCell, panel.rows.size() - first)));
+      const int x = x0 + static_cast<int>(cell % g.columns) * kPitch;
+      const int y = y0 + static_cast<int>(cell / g.columns) * kPitch;
+      const bool allFree = counts[static_cast<std::size_t>(RowFate::free)] ==
+                           std::min(g.rowsPerCell, panel.rows.size() - first);
+      if (!allFree) {
+         out << "<g><title>" << cellTitle(g, cell, panel.rows.size(), counts) << "</title>";
+      }
+      drawCell(out, counts, x, y);
+      if (!allFree) {
+         out << "</g>\n";
       }
    }
 }
@@ -134,7 +138,8 @@ void drawCells(std::ostream& out, const SvgPanel& panel, const Grid& g, int x0, 
 int drawLegend(std::ostream& out, const SvgPanel& panel, int x0, int y0) {
    const auto counts = fateCounts(panel.rows);
    int y = y0;
-   for (const auto& [fate, count] : counts) {
+   for (const RowFate fate : shownFates()) {
+      const std::size_t count = counts[static_cast<std::size_t>(fate)];
       out << "<rect class=\"swatch " << Sim::rowFateName(fate) << "\" x=\"" << x0 << "\" y=\"" << y
           << "\" width=\"10\" height=\"10\"/>\n";
       out << "<text x=\"" << x0 + 16 << "\" y=\"" << y + 9 << "\">" << Sim::rowFateName(fate)
@@ -150,7 +155,8 @@ int drawPanel(std::ostream& out, const SvgPanel& panel, const Grid& g, int x0, i
        << escaped(panel.title) << "</text>\n";
    std::string scale = std::to_string(panel.rows.size()) + " rows";
    if (g.rowsPerCell > 1) {
-      scale += ", one cell per " + std::to_string(g.rowsPerCell) + " rows";
+      scale += ", one cell per " + std::to_string(g.rowsPerCell) +
+               " rows, banded by their share of each fate";
    }
    out << "<text class=\"note\" x=\"" << x0 << "\" y=\"" << y0 + kTitleHeight + 2 << "\">" << scale
        << "</text>\n";
@@ -163,8 +169,7 @@ int drawPanel(std::ostream& out, const SvgPanel& panel, const Grid& g, int x0, i
 void style(std::ostream& out) {
    out << "<style>\ntext { font: 12px sans-serif; fill: #222; }\n"
           ".title { font-weight: bold; font-size: 14px; }\n.note { fill: #666; }\n";
-   for (const RowFate fate : {RowFate::free, RowFate::adopted, RowFate::rewritten, RowFate::created,
-                              RowFate::purged, RowFate::kept}) {
+   for (const RowFate fate : shownFates()) {
       out << "." << Sim::rowFateName(fate) << " { fill: " << colour(fate) << "; }\n";
    }
    out << "</style>\n";

@@ -4,44 +4,51 @@
 
 namespace L3DecapCli {
 
-TextTable::TextTable(std::vector<Column> columns) : columns_(std::move(columns)) {}
+TextTable::TextTable(std::vector<Column> columns) : columns_(std::move(columns)) {
+   for (const Column& column : columns_) {
+      widths_.push_back(column.heading.size());
+   }
+}
 
 void TextTable::add(std::vector<std::string> cells) {
    cells.resize(columns_.size());
+   measure(cells);
    rows_.push_back(std::move(cells));
 }
 
-void TextTable::line(std::ostream& out, const std::vector<std::string>& cells,
-                     const std::vector<std::size_t>& widths) const {
-   std::string text;
+void TextTable::measure(const std::vector<std::string>& cells) {
+   for (std::size_t c = 0; c < cells.size() && c < widths_.size(); ++c) {
+      widths_[c] = std::max(widths_[c], cells[c].size());
+   }
+}
+
+void TextTable::printRow(std::ostream& out, const std::string& indent,
+                         const std::vector<std::string>& cells) const {
+   std::string text = indent;
    for (std::size_t c = 0; c < columns_.size(); ++c) {
-      const std::string pad(widths[c] - cells[c].size(), ' ');
+      const std::string& cell = c < cells.size() ? cells[c] : std::string();
+      const std::string pad(widths_[c] - std::min(widths_[c], cell.size()), ' ');
       text += c == 0 ? "" : "  ";
-      text += columns_[c].align == Align::right ? pad + cells[c] : cells[c] + pad;
+      text += columns_[c].align == Align::right ? pad + cell : cell + pad;
    }
    text.erase(text.find_last_not_of(' ') + 1);
    out << text << '\n';
 }
 
-void TextTable::print(std::ostream& out, const std::string& indent, bool headings) const {
-   std::vector<std::size_t> widths;
-   std::vector<std::string> headingCells;
+void TextTable::printHeadings(std::ostream& out, const std::string& indent) const {
+   std::vector<std::string> headings;
    for (const Column& column : columns_) {
-      widths.push_back(column.heading.size());
-      headingCells.push_back(column.heading);
+      headings.push_back(column.heading);
    }
-   for (const auto& row : rows_) {
-      for (std::size_t c = 0; c < row.size(); ++c) {
-         widths[c] = std::max(widths[c], row[c].size());
-      }
-   }
+   printRow(out, indent, headings);
+}
+
+void TextTable::print(std::ostream& out, const std::string& indent, bool headings) const {
    if (headings) {
-      out << indent;
-      line(out, headingCells, widths);
+      printHeadings(out, indent);
    }
    for (const auto& row : rows_) {
-      out << indent;
-      line(out, row, widths);
+      printRow(out, indent, row);
    }
 }
 

@@ -1,4 +1,6 @@
-// Plain-text tables: columns sized to their widest cell, numbers right-aligned.
+// Plain-text tables: columns sized to their widest cell, numbers right-aligned. A short table is
+// added row by row and printed; a long one is not held: the caller walks its rows twice, once to
+// measure them and once to print them.
 #pragma once
 
 #include <ostream>
@@ -19,10 +21,15 @@ class TextTable {
    void add(std::vector<std::string> cells);
    void print(std::ostream& out, const std::string& indent = "", bool headings = true) const;
 
+   // A long table: measure() every row, then printHeadings() and printRow() every row again.
+   void measure(const std::vector<std::string>& cells);
+   void printHeadings(std::ostream& out, const std::string& indent) const;
+   void printRow(std::ostream& out, const std::string& indent,
+                 const std::vector<std::string>& cells) const;
+
  private:
-   void line(std::ostream& out, const std::vector<std::string>& cells,
-             const std::vector<std::size_t>& widths) const;
    std::vector<Column> columns_;
+   std::vector<std::size_t> widths_;
    std::vector<std::vector<std::string>> rows_;
 };
 
