@@ -55,7 +55,7 @@ if [[ -x $build/tools/l3decap/l3decap ]]; then
    [[ -x $prefix/bin/l3decap ]] || fail "the install has no bin/l3decap"
    (cd "$work" && "$prefix/bin/l3decap" demo --tunnels 40) >"$work/demo.out" 2>&1 ||
       { cat "$work/demo.out" >&2; fail "installed l3decap demo failed"; }
-   grep -q 'wrote 0 rows and deleted 0' "$work/demo.out" ||
+   grep -q 'made 0 row writes and 0 row deletes' "$work/demo.out" ||
       { cat "$work/demo.out" >&2; fail "installed l3decap demo did not adopt its rows"; }
    echo "installed l3decap demo: $(tail -n 1 "$work/demo.out")"
 fi
